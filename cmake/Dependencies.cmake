@@ -1,0 +1,35 @@
+# Everything that is not ours. The README says what each dependency is for.
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0>=2.66)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd>=247)
+
+# The platform: headers for everything that is compiled, libraries only for the final link, so that
+# unit tests can link fakes in their place.
+if(TOVREL_PLATFORM STREQUAL "host")
+    pkg_check_modules(JANSSON REQUIRED IMPORTED_TARGET jansson>=2.13)
+    pkg_check_modules(MOSQUITTO REQUIRED IMPORTED_TARGET libmosquitto>=2.0)
+    add_library(norq_headers INTERFACE)
+    target_include_directories(norq_headers INTERFACE ${PROJECT_SOURCE_DIR}/platform/include)
+    target_link_libraries(norq_headers INTERFACE PkgConfig::GLIB)
+    add_library(norq::headers ALIAS norq_headers)
+elseif(TOVREL_PLATFORM STREQUAL "device")
+    add_library(norq_headers INTERFACE)
+    add_library(norq::headers ALIAS norq_headers)
+    foreach(library event mqtt confutils log)
+        pkg_check_modules(NORQ_${library} REQUIRED IMPORTED_TARGET norq-${library})
+        add_library(norq::${library} ALIAS PkgConfig::NORQ_${library})
+        target_include_directories(norq_headers INTERFACE ${NORQ_${library}_INCLUDE_DIRS})
+    endforeach()
+    target_link_libraries(norq_headers INTERFACE PkgConfig::GLIB)
+else()
+    message(FATAL_ERROR "TOVREL_PLATFORM is '${TOVREL_PLATFORM}', expected host or device")
+endif()
+
+if(BUILD_TESTING)
+    find_package(GTest REQUIRED)
+endif()
+if(TOVREL_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+endif()
