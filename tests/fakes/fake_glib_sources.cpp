@@ -1,5 +1,7 @@
 #include "fakes/fake_glib_sources.h"
 
+#include "fakes/call_record.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -48,6 +50,7 @@ gboolean FakeGlibSources::dispatch(guint id)
 } // namespace tovrel::test
 
 using tovrel::test::FakeGlibSources;
+using tovrel::test::recordCall;
 
 // The linker's own names for what takes a wrapped function's place.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
@@ -62,23 +65,26 @@ void __wrap_g_main_loop_quit(GMainLoop *loop);
 
 guint __wrap_g_timeout_add_seconds(guint seconds, GSourceFunc function, gpointer data)
 {
+    recordCall("g_timeout_add_seconds " + std::to_string(seconds));
     return FakeGlibSources::instance().add("timeout", seconds, function, data);
 }
 
 guint __wrap_g_idle_add(GSourceFunc function, gpointer data)
 {
+    recordCall("g_idle_add");
     return FakeGlibSources::instance().add("idle", 0, function, data);
 }
 
 guint __wrap_g_unix_signal_add(gint number, GSourceFunc function, gpointer data)
 {
+    recordCall("g_unix_signal_add " + std::to_string(number));
     return FakeGlibSources::instance().add("signal", static_cast<guint>(number), function, data);
 }
 
 gboolean __wrap_g_source_remove(guint id)
 {
     auto &fake = FakeGlibSources::instance();
-    fake.removals.push_back(id);
+    recordCall("g_source_remove");
     if (fake.removalFails) {
         return FALSE;
     }
@@ -94,6 +100,7 @@ gboolean __wrap_g_source_remove(guint id)
 void __wrap_g_main_loop_run(GMainLoop *loop)
 {
     auto &fake = FakeGlibSources::instance();
+    recordCall("g_main_loop_run");
     fake.runLoops.push_back(loop);
     if (fake.whileRunning) {
         fake.whileRunning();
@@ -102,6 +109,7 @@ void __wrap_g_main_loop_run(GMainLoop *loop)
 
 void __wrap_g_main_loop_quit(GMainLoop *loop)
 {
+    recordCall("g_main_loop_quit");
     FakeGlibSources::instance().quitLoops.push_back(loop);
 }
 }

@@ -1,7 +1,7 @@
 /**
  * Stands in for GLib's ready-made sources and for running a main loop: what is added is noted and
- * runs only when the test says so, so that nothing is waited for. Linked by wrapping GLib's
- * functions (see CMakeLists.txt). One thread.
+ * runs only when the test says so, so that nothing is waited for. Every call is put on the list of
+ * call_record.h. Linked by wrapping GLib's functions (see CMakeLists.txt). One thread.
  */
 #pragma once
 
@@ -44,8 +44,6 @@ public:
 
     /** Every source that was ever added, in order. */
     std::vector<Source> sources;
-    /** The ids given to g_source_remove(), in order. */
-    std::vector<guint> removals;
     /** Lets g_source_remove() fail. */
     bool removalFails = false;
 

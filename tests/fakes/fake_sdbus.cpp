@@ -1,5 +1,7 @@
 #include "fakes/fake_sdbus.h"
 
+#include "fakes/call_record.h"
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
@@ -28,7 +30,7 @@ FakeSdBus &FakeSdBus::instance()
 
 int FakeSdBus::note(const std::string &function, const std::string &arguments, int success)
 {
-    calls.push_back(arguments.empty() ? function : function + " " + arguments);
+    recordCall(arguments.empty() ? function : function + " " + arguments);
     const auto scripted = results.find(function);
     return scripted != results.end() ? scripted->second : success;
 }
@@ -170,12 +172,9 @@ void sd_bus_error_free(sd_bus_error *error)
 
 int sd_bus_message_enter_container(sd_bus_message * /*message*/, char type, const char *contents)
 {
-    const std::string arguments = std::string(1, type) + " " + text(contents);
-    if (type == SD_BUS_TYPE_ARRAY) {
-        return fake().note("sd_bus_message_enter_container", arguments, 1);
-    }
-    const bool more = fake().nextEntry < fake().replyEntries.size();
-    return fake().note("sd_bus_message_enter_container entry", arguments, more ? 1 : 0);
+    const bool inside = type == SD_BUS_TYPE_ARRAY || fake().nextEntry < fake().replyEntries.size();
+    return fake().note(std::string("sd_bus_message_enter_container ") + type, text(contents),
+                       inside ? 1 : 0);
 }
 
 int sd_bus_message_read(sd_bus_message * /*message*/, const char *types, ...)

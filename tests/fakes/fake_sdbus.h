@@ -1,7 +1,7 @@
 /**
- * Stands in for the functions of sd-bus and sd-event that the service calls: notes every call,
- * answers as scripted and fails on demand. Linked into the test program, where it takes precedence
- * over the real library. One thread.
+ * Stands in for the functions of sd-bus and sd-event that the service calls: puts every call on the
+ * list of call_record.h, answers as scripted and fails on demand. Linked into the test program,
+ * where it takes precedence over the real library. One thread.
  */
 #pragma once
 
@@ -38,17 +38,18 @@ public:
     /** Back to a bus on which everything succeeds and nobody answers anything but empty. */
     void reset() { *this = FakeSdBus(); }
 
-    /** What `function` returns from now on instead of its success. */
+    /**
+     * What `function` returns from now on instead of its success. Adding a table and entering a
+     * container are told apart by their target: "sd_bus_add_object_vtable <interface>",
+     * "sd_bus_message_enter_container a" and "... e".
+     */
     void answer(const std::string &function, int result) { results[function] = result; }
 
-    /** Notes a call; the scripted answer of the function, otherwise `success`. */
+    /** Records a call; the scripted answer of the function, otherwise `success`. */
     int note(const std::string &function, const std::string &arguments, int success);
 
     /** Calls a handler the way the bus does, with neither message nor error of interest. */
     static int callHandler(const Handler &handler);
-
-    /** Every call in order, as the function's name, a blank and its arguments. */
-    std::vector<std::string> calls;
 
     std::vector<Table> tables;
     /** Of the last signal match. */
