@@ -318,3 +318,15 @@ def test_shows_the_logs_when_a_service_does_not_come_up(tmp_path):
     assert result.returncode == NOT_UP
     assert "the event service did not start" in result.stderr
     assert "this one is broken" in result.stderr
+
+
+def test_can_be_reached_from_outside_while_it_runs(mark):
+    sandbox = start("sh", "-c", "echo up; touch /etc/tovrel/found; echo $SANDBOX_PID; read _",
+                    mark=mark)
+    inside = Path("/proc", sandbox.stdout.readline().strip(), "root")
+    assert (inside / "etc/tovrel/found").exists()
+    address = f"unix:path={inside}/run/dbus/system_bus_socket"
+    subprocess.run(PING.split(), env=os.environ | {"DBUS_SYSTEM_BUS_ADDRESS": address}, timeout=30,
+                   check=True)
+    sandbox.communicate("done\n", timeout=30)
+    assert_all_gone(mark)
