@@ -1,0 +1,143 @@
+#include "event/tool/command_line.h"
+
+#include "event/tool/failure.h"
+#include "event/tool/handles.h"
+
+#include <charconv>
+#include <system_error>
+#include <utility>
+
+namespace norq::tool {
+
+namespace {
+
+unsigned int parseNumber(const std::string &option, const std::string &text, unsigned int largest)
+{
+    unsigned int number = 0;
+    const char *last = text.data() + text.size();
+    const auto [end, failure] = std::from_chars(text.data(), last, number);
+    if (failure != std::errc() || end != last || number > largest) {
+        throw UsageError("--" + option + ": '" + text + "' is not a number from 0 to " +
+                         std::to_string(largest));
+    }
+    return number;
+}
+
+std::vector<std::string> wordsOf(char **words)
+{
+    std::vector<std::string> result;
+    for (char **word = words; word != nullptr && *word != nullptr; ++word) {
+        result.emplace_back(*word);
+    }
+    return result;
+}
+
+/** A vector of pointers as GLib wants it, which may take some of them out. */
+TextArray arrayOf(const std::string &first, const std::vector<std::string> &words)
+{
+    TextArray array(g_new0(char *, words.size() + 2));
+    array.get()[0] = g_strdup(first.c_str());
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        array.get()[index + 1] = g_strdup(words[index].c_str());
+    }
+    return array;
+}
+
+} // namespace
+
+CommandLine::CommandLine(std::string name_, std::string arguments_, std::string summary_,
+                         std::string description_)
+    : name(std::move(name_)),
+      arguments(std::move(arguments_)),
+      summary(std::move(summary_)),
+      description(std::move(description_))
+{
+}
+
+void CommandLine::add(const char *option, const char *argument, const char *help, GOptionArg kind,
+                      void *storage)
+{
+    entries.push_back({option, 0, 0, kind, storage, help, argument});
+}
+
+void CommandLine::addTexts(const char *option, const char *argument, const char *help,
+                           std::function<void(const std::vector<std::string> &)> take)
+{
+    textStorage.push_back({nullptr, std::move(take)});
+    add(option, argument, help, G_OPTION_ARG_FILENAME_ARRAY, &textStorage.back().values);
+}
+
+void CommandLine::flag(const char *option, const char *help, bool &target)
+{
+    flagStorage.push_back({FALSE, &target});
+    add(option, nullptr, help, G_OPTION_ARG_NONE, &flagStorage.back().value);
+}
+
+void CommandLine::text(const char *option, const char *argument, const char *help,
+                       std::optional<std::string> &target)
+{
+    addTexts(option, argument, help, [option, &target](const std::vector<std::string> &values) {
+        if (values.size() > 1) {
+            throw UsageError("--" + std::string(option) + " is given more than once");
+        }
+        target = values.front();
+    });
+}
+
+void CommandLine::texts(const char *option, const char *argument, const char *help,
+                        std::vector<std::string> &target)
+{
+    addTexts(option, argument, help,
+             [&target](const std::vector<std::string> &values) { target = values; });
+}
+
+void CommandLine::number(const char *option, const char *argument, const char *help,
+                         unsigned int largest, std::optional<unsigned int> &target)
+{
+    addTexts(option, argument, help,
+             [option, largest, &target](const std::vector<std::string> &values) {
+                 target = parseNumber(option, values.back(), largest);
+             });
+}
+
+std::vector<std::string> CommandLine::parse(const std::vector<std::string> &words)
+{
+    std::vector<std::string> rest;
+    addTexts(G_OPTION_REMAINING, nullptr, nullptr,
+             [&rest](const std::vector<std::string> &values) { rest = values; });
+    entries.push_back({});
+
+    g_set_prgname(("norq-event " + name).c_str());
+    const OptionContext context(g_option_context_new(arguments.c_str()));
+    g_option_context_set_summary(context.get(), summary.c_str());
+    g_option_context_set_description(context.get(), description.c_str());
+    g_option_context_add_main_entries(context.get(), entries.data(), nullptr);
+
+    char **array = arrayOf(name, words).release();
+    GError *failure = nullptr;
+    const bool understood = g_option_context_parse_strv(context.get(), &array, &failure) != FALSE;
+    const TextArray releaseArray(array);
+    const ErrorHandle releaseFailure(failure);
+    std::vector<TextArray> releaseTexts;
+    for (const Texts &texts : textStorage) {
+        releaseTexts.emplace_back(texts.values);
+    }
+
+    if (!understood) {
+        throw UsageError(failure->message);
+    }
+    for (const Texts &given : textStorage) {
+        if (given.values != nullptr) {
+            given.take(wordsOf(given.values));
+        }
+    }
+    for (const Flag &given : flagStorage) {
+        *given.target = *given.target || given.value != FALSE;
+    }
+    if (arguments.empty() && !rest.empty()) {
+        throw UsageError("'" + rest.front() + "': no argument is expected here");
+    }
+    return rest;
+}
+
+} // namespace norq::tool

@@ -1,0 +1,69 @@
+/** The options of one command, on GOption. */
+#pragma once
+
+#include <glib.h>
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace norq::tool {
+
+/**
+ * Collects the options of a command, then parses a command line. The targets are written by
+ * parse() and must live until then; a target whose option is not given keeps its value.
+ * "--help" prints the help and ends the process with status 0.
+ */
+class CommandLine {
+public:
+    /**
+     * @param name        the command, shown in usage and errors
+     * @param arguments   what follows the options, for the usage line; empty: nothing may follow
+     * @param summary     what the command does, above the options in the help
+     * @param description below the options
+     */
+    CommandLine(std::string name, std::string arguments, std::string summary,
+                std::string description);
+
+    void flag(const char *name, const char *help, bool &target);
+    void text(const char *name, const char *argument, const char *help,
+              std::optional<std::string> &target);
+    /** An option that may be given several times. */
+    void texts(const char *name, const char *argument, const char *help,
+               std::vector<std::string> &target);
+    /** A decimal number from 0 to `largest`. */
+    void number(const char *name, const char *argument, const char *help, unsigned int largest,
+                std::optional<unsigned int> &target);
+
+    /** Parses; gives what follows the options. Throws UsageError. */
+    std::vector<std::string> parse(const std::vector<std::string> &words);
+
+private:
+    /** Where GOption puts texts: FILENAME options, since others fail outside of UTF-8 locales. */
+    struct Texts {
+        char **values = nullptr;
+        std::function<void(const std::vector<std::string> &)> take;
+    };
+    struct Flag {
+        gboolean value = FALSE;
+        bool *target;
+    };
+
+    void add(const char *name, const char *argument, const char *help, GOptionArg kind,
+             void *storage);
+    void addTexts(const char *name, const char *argument, const char *help,
+                  std::function<void(const std::vector<std::string> &)> take);
+
+    std::string name;
+    std::string arguments;
+    std::string summary;
+    std::string description;
+    std::vector<GOptionEntry> entries;
+    std::deque<Texts> textStorage; // a deque: GOption keeps pointers to the elements
+    std::deque<Flag> flagStorage;
+};
+
+} // namespace norq::tool

@@ -1,0 +1,39 @@
+/** One declaration at the event service, and the sending of its events. */
+#pragma once
+
+#include "event/tool/handles.h"
+#include "event/tool/send_options.h"
+
+#include <chrono>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace norq::tool {
+
+/** Declares in its constructor, withdraws in its destructor. Used from one thread. */
+class EventSender {
+public:
+    /** Declares the event of the options. Throws Failure. */
+    explicit EventSender(const SendOptions &options);
+
+    /** Whether every key has a value, so that the event can be sent. */
+    [[nodiscard]] bool isComplete() const;
+
+    /** Changes values of open keys, given as key and text. Throws UsageError, nothing changed. */
+    void change(const std::vector<std::pair<std::string, std::string>> &values);
+
+    /** Sends the event with its current values. When it returns, the service has it. */
+    void send();
+
+private:
+    void declare(const SendOptions &options);
+    void set(event_t *event, const Item &item) const;
+
+    std::vector<Item> items;
+    std::chrono::seconds timeout;
+    Producer producer;
+    int id = -1;
+};
+
+} // namespace norq::tool
