@@ -1,0 +1,98 @@
+/** libmosquitto's client object: the only place that calls into it. */
+#pragma once
+
+#include "mqtt/outbound_queue.h"
+#include "settings/mqtt_settings.h"
+
+#include <memory>
+#include <string>
+
+struct mosquitto;
+struct mosquitto_message;
+
+namespace norq::mqtt {
+
+/** What comes from the broker; called inside BrokerLink::read() and write() only. */
+class BrokerListener {
+public:
+    BrokerListener() = default;
+    BrokerListener(const BrokerListener &) = delete;
+    BrokerListener &operator=(const BrokerListener &) = delete;
+    virtual ~BrokerListener() = default;
+
+    /** The broker's answer to the connection: 0 accepted, else its reason. */
+    virtual void onConnect(int code, bool sessionPresent) = 0;
+    /** A message is finished: written (QoS 0) or confirmed (QoS 1 and 2). */
+    virtual void onPublished(int messageId) = 0;
+    /** The broker's answer to a subscription: the QoS granted, 128 for a refusal. */
+    virtual void onSubscribed(int messageId, int grantedQos) = 0;
+    /** A message; its texts are valid during the call. */
+    virtual void onMessage(const mosquitto_message &message) = 0;
+};
+
+/**
+ * One client of libmosquitto, never shared: created, used and destroyed on one thread. Results are
+ * libmosquitto's codes. Nothing is written to the socket but by write(), so callbacks never nest.
+ */
+class BrokerLink {
+public:
+    /** Most messages of QoS 1 and 2 that are sent and not yet confirmed. */
+    static constexpr int MAX_IN_FLIGHT = 200;
+
+    /** Throws std::runtime_error when libmosquitto refuses the settings or memory is exhausted. */
+    BrokerLink(const MqttSettings &settings, const std::string &clientId, BrokerListener &listener);
+    ~BrokerLink();
+    BrokerLink(const BrokerLink &) = delete;
+    BrokerLink &operator=(const BrokerLink &) = delete;
+
+    /**
+     * Starts connecting, also after a loss. May block for the lookup of the broker's name.
+     *
+     * @param onlyIpv4 leaves out the broker's IPv6 addresses
+     */
+    int connect(bool onlyIpv4);
+    /** The connection is established: reasons for a failure to connect are of no use any more. */
+    void connected();
+    /** Gives the connection up without a word to the broker. */
+    void abandon();
+    /** Takes leave of the broker; has to be written. */
+    int disconnect();
+
+    /** Descriptor to poll, -1 when there is no connection. */
+    [[nodiscard]] int fd() const;
+    [[nodiscard]] bool wantsWrite() const;
+    /**
+     * Reads about one packet. `exhausted`: the socket may have nothing more to read now; certain
+     * only if nothing waits to be written afterwards, as a queued answer looks the same.
+     */
+    int read(bool &exhausted);
+    /** Writes what the socket takes. */
+    int write();
+    /** Number of calls of write() so far. */
+    [[nodiscard]] unsigned long writes() const { return writeCount; }
+    /** Sends a keepalive ping when it is due, and finds out that the last one was not answered. */
+    int keepAlive();
+
+    int publish(int &messageId, const OutboundMessage &message);
+    int subscribe(int &messageId, const std::string &filter, int qos);
+    int unsubscribe(const std::string &filter);
+
+    /** Why a call failed, for people. Reads errno. */
+    [[nodiscard]] std::string reason(int code) const;
+
+private:
+    using Client = std::unique_ptr<mosquitto, void (*)(mosquitto *)>;
+    struct Callbacks;
+
+    void setCallbacks();
+    int prepareTls();
+
+    const MqttSettings &settings;
+    BrokerListener &listener;
+    std::string libraryError; // what libmosquitto said last while connecting
+    bool tlsReady = false;
+    unsigned long writeCount = 0;
+    Client client;
+};
+
+} // namespace norq::mqtt

@@ -1,0 +1,346 @@
+#include "mqtt/connection.h"
+
+#include "mqtt/quiet_thread.h"
+
+#include <glib.h>
+#include <mosquitto.h>
+#include <poll.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <exception>
+#include <utility>
+
+namespace norq::mqtt {
+namespace {
+
+using std::chrono::milliseconds;
+
+/** Packets read in a row before the other duties of the thread get their turn. */
+constexpr int MAX_READS = 256;
+/** The QoS by which a broker refuses a subscription. */
+constexpr int REFUSED = 128;
+/** Nobody's subscription: unsubscribing it is a packet that every broker answers and that changes
+ * nothing. */
+constexpr const char *KEEPALIVE_FILTER = "$norq/keepalive";
+
+} // namespace
+
+Connection::Connection(SharedParts shared)
+    : parts(std::move(shared)),
+      log(parts.settings.host + ":" + std::to_string(parts.settings.port)),
+      delivery(*parts.outbound),
+      keepalive(std::chrono::seconds(parts.settings.keepalive))
+{
+}
+
+void Connection::start()
+{
+    thread = startQuietThread([self = shared_from_this()] { self->run(); });
+}
+
+void Connection::stop()
+{
+    stopRequested = true;
+    parts.wake->signal();
+    std::unique_lock lock(endMutex);
+    const bool inTime = endChanged.wait_for(lock, STOP_TIME, [this] { return ended; });
+    lock.unlock();
+    if (inTime) {
+        thread.join();
+    } else {
+        thread.detach();
+    }
+}
+
+void Connection::run() noexcept
+{
+    pthread_setname_np(pthread_self(), "norq-mqtt");
+    try {
+        BrokerLink link(parts.settings, parts.clientId, *this);
+        loop(link);
+        leave(link);
+    } catch (const std::exception &error) {
+        g_critical("MQTT: the connection ends for good: %s", error.what());
+        parts.status->announce({.active = true, .connected = false});
+    }
+    const std::lock_guard guard(endMutex);
+    ended = true;
+    endChanged.notify_one();
+}
+
+void Connection::loop(BrokerLink &link)
+{
+    while (!stopRequested) {
+        if (phase == Phase::WAITING && now() >= deadline) {
+            beginAttempt(link);
+        }
+        wait(link);
+        serveConnection(link);
+        noteWrites(link);
+        watchTime(link);
+    }
+}
+
+Connection::TimePoint Connection::now()
+{
+    timespec time{};
+    clock_gettime(CLOCK_BOOTTIME, &time);
+    return std::chrono::duration_cast<TimePoint>(std::chrono::seconds(time.tv_sec) +
+                                                 std::chrono::nanoseconds(time.tv_nsec));
+}
+
+int Connection::pollTimeout(BrokerLink &link) const
+{
+    const bool readsOn = moreToRead && reading && !link.wantsWrite();
+    if (phase == Phase::CONNECTED && (readsOn || delivery.hasWork())) {
+        return 0;
+    }
+    const TimePoint next = phase == Phase::CONNECTED ? keepalive.next() : deadline;
+    return static_cast<int>(std::max<TimePoint::rep>(0, (next - now()).count() + 1));
+}
+
+void Connection::wait(BrokerLink &link)
+{
+    // Until the broker has accepted the connection no message can come that there is no room for.
+    reading = phase != Phase::CONNECTED || parts.inbound->hasRoom();
+    if (!reading) {
+        keepalive.heldBack(now());
+    }
+    std::array<pollfd, 2> descriptors{
+        {{parts.wake->fd(), POLLIN, 0}, {phase == Phase::WAITING ? -1 : link.fd(), 0, 0}}};
+    pollfd &socket = descriptors[1];
+    const int wanted = (reading ? POLLIN : 0) | (link.wantsWrite() ? POLLOUT : 0);
+    socket.events = static_cast<short>(wanted);
+    if (wanted == 0) {
+        // A hang-up would be reported all the same, again and again, before it can be read.
+        socket.fd = -1;
+    }
+    if (poll(descriptors.data(), descriptors.size(), pollTimeout(link)) < 0) {
+        return;
+    }
+    if (descriptors[0].revents != 0) {
+        parts.wake->drain();
+    }
+    serveSocket(link, socket.revents);
+}
+
+void Connection::beginAttempt(BrokerLink &link)
+{
+    phase = Phase::CONNECTING;
+    accepted = false;
+    refusal.clear();
+    moreToRead = false;
+    // Only the first address that does not fail at once is tried: if it never answered, the next
+    // attempt goes without the IPv6 addresses.
+    onlyIpv4 = timedOut && !onlyIpv4;
+    timedOut = false;
+    const auto limit = std::min(CONNECT_TIME, std::chrono::seconds(parts.settings.keepalive));
+    errno = 0;
+    const int code = link.connect(onlyIpv4);
+    deadline = now() + limit;
+    check(link, code);
+}
+
+bool Connection::check(BrokerLink &link, int code)
+{
+    if (code != MOSQ_ERR_SUCCESS) {
+        fail(link, refusal.empty() ? link.reason(code) : refusal);
+        return false;
+    }
+    if (link.fd() < 0) {
+        fail(link, link.reason(MOSQ_ERR_CONN_LOST));
+        return false;
+    }
+    return true;
+}
+
+void Connection::serveSocket(BrokerLink &link, short events)
+{
+    if (phase == Phase::WAITING) {
+        return;
+    }
+    if ((events & POLLOUT) != 0 || (events != 0 && !reading)) {
+        if (!check(link, link.write())) {
+            return;
+        }
+    }
+    if (reading && ((events & ~POLLOUT) != 0 || moreToRead)) {
+        readAll(link);
+    }
+}
+
+void Connection::readAll(BrokerLink &link)
+{
+    moreToRead = true;
+    for (int count = 0; count < MAX_READS && moreToRead; ++count) {
+        if (phase == Phase::CONNECTED && !parts.inbound->hasRoom()) {
+            break;
+        }
+        const bool couldNotWrite = link.wantsWrite();
+        bool exhausted = false;
+        if (!check(link, link.read(exhausted))) {
+            return;
+        }
+        if (accepted && phase == Phase::CONNECTING) {
+            becomeConnected(link);
+        }
+        moreToRead = !exhausted || link.wantsWrite();
+        if (exhausted && couldNotWrite) {
+            break;
+        }
+        if (link.wantsWrite() && !check(link, link.write())) {
+            return;
+        }
+    }
+    keepalive.received(now());
+    delivery.settle();
+}
+
+void Connection::becomeConnected(BrokerLink &link)
+{
+    phase = Phase::CONNECTED;
+    link.connected();
+    connectedSince = now();
+    keepalive.began(connectedSince);
+    subscribing.clear();
+    parts.subscriptions->connectionBegan(brokerHasSession);
+    log.connected();
+    parts.status->announce({.active = true, .connected = true});
+}
+
+void Connection::serveConnection(BrokerLink &link)
+{
+    if (phase != Phase::CONNECTED) {
+        return;
+    }
+    sendSubscriptions(link);
+    check(link, delivery.run(link));
+}
+
+void Connection::noteWrites(BrokerLink &link)
+{
+    if (writesSeen != link.writes()) {
+        writesSeen = link.writes();
+        keepalive.wrote(now());
+    }
+}
+
+void Connection::sendSubscriptions(BrokerLink &link)
+{
+    for (const SubscriptionTable::Change &change : parts.subscriptions->takeChanges()) {
+        int messageId = 0;
+        const int code = change.qos ? link.subscribe(messageId, change.filter, *change.qos)
+                                    : link.unsubscribe(change.filter);
+        if (code != MOSQ_ERR_SUCCESS) {
+            g_warning("MQTT: the subscription of \"%s\" cannot be changed: %s",
+                      change.filter.c_str(), mosquitto_strerror(code));
+        } else if (change.qos) {
+            subscribing.insert_or_assign(messageId, change.filter);
+        }
+    }
+}
+
+void Connection::watchTime(BrokerLink &link)
+{
+    const TimePoint time = now();
+    if (phase == Phase::CONNECTING && time >= deadline) {
+        fail(link, "no answer from the broker");
+        timedOut = true;
+    }
+    if (phase != Phase::CONNECTED) {
+        return;
+    }
+    if (reading && !moreToRead) {
+        keepalive.caughtUp(time);
+    }
+    const KeepaliveWatch::Action action = keepalive.due(time);
+    if (action == KeepaliveWatch::Action::NOTHING) {
+        return;
+    }
+    errno = 0;
+    const bool substitute = action == KeepaliveWatch::Action::SUBSTITUTE;
+    const int code = substitute ? link.unsubscribe(KEEPALIVE_FILTER) : link.keepAlive();
+    if (code != MOSQ_ERR_SUCCESS || link.fd() < 0) {
+        fail(link, link.reason(MOSQ_ERR_KEEPALIVE));
+        return;
+    }
+    if (!link.wantsWrite()) {
+        keepalive.postpone(time);
+    } else if (substitute) {
+        keepalive.wrote(time);
+    } else {
+        keepalive.pinged(time);
+    }
+}
+
+void Connection::fail(BrokerLink &link, const std::string &reason)
+{
+    if (phase == Phase::CONNECTED) {
+        log.disconnected(reason);
+        parts.status->announce({.active = true, .connected = false});
+        if (now() - connectedSince >= STABLE_TIME) {
+            backOff.reset();
+        }
+    } else {
+        log.attemptFailed(reason);
+    }
+    link.abandon();
+    delivery.connectionLost();
+    phase = Phase::WAITING;
+    deadline = now() + backOff.next();
+}
+
+void Connection::leave(BrokerLink &link)
+{
+    if (phase == Phase::CONNECTED && link.disconnect() == MOSQ_ERR_SUCCESS) {
+        const TimePoint end = now() + LEAVE_TIME;
+        while (link.write() == MOSQ_ERR_SUCCESS && link.fd() >= 0 && link.wantsWrite() &&
+               now() < end) {
+            pollfd socket{link.fd(), POLLOUT, 0};
+            poll(&socket, 1, static_cast<int>((end - now()).count()));
+        }
+    }
+    link.abandon();
+}
+
+void Connection::onConnect(int code, bool sessionPresent)
+{
+    accepted = code == 0;
+    brokerHasSession = sessionPresent;
+    if (code != 0) {
+        refusal = mosquitto_connack_string(code);
+    }
+}
+
+void Connection::onPublished(int messageId)
+{
+    delivery.published(messageId);
+}
+
+void Connection::onSubscribed(int messageId, int grantedQos)
+{
+    const auto found = subscribing.find(messageId);
+    if (found == subscribing.end()) {
+        return;
+    }
+    if (grantedQos >= REFUSED) {
+        log.subscriptionRefused(found->second);
+    }
+    subscribing.erase(found);
+}
+
+void Connection::onMessage(const mosquitto_message &message)
+{
+    InboundMessage received{message.topic, {}};
+    if (message.payload != nullptr && message.payloadlen > 0) {
+        received.payload.assign(static_cast<const char *>(message.payload),
+                                static_cast<std::size_t>(message.payloadlen));
+    }
+    parts.inbound->push(std::move(received));
+}
+
+} // namespace norq::mqtt

@@ -1,0 +1,124 @@
+#include "mqtt/delivery.h"
+
+#include <glib.h>
+#include <mosquitto.h>
+
+namespace norq::mqtt {
+namespace {
+
+/** QoS 0 messages that libmosquitto holds at most, waiting for the socket. */
+constexpr std::size_t MAX_BEING_WRITTEN = 256;
+/** Bytes that libmosquitto holds at most, unless a single message is larger. */
+constexpr std::size_t MAX_HANDED_BYTES = 1024UL * 1024;
+/** Windows in a row before the other duties of the I/O thread get their turn. */
+constexpr int MAX_ROUNDS = 8;
+
+} // namespace
+
+int Delivery::run(BrokerLink &link)
+{
+    int code = MOSQ_ERR_SUCCESS;
+    for (int round = 0; round < MAX_ROUNDS && code == MOSQ_ERR_SUCCESS; ++round) {
+        if (next.empty()) {
+            queue.takeAll(next);
+        }
+        handOver(link);
+        if (link.wantsWrite()) {
+            code = link.write();
+        }
+        if (next.empty() || !fits(next.front())) {
+            break;
+        }
+    }
+    settle();
+    return code;
+}
+
+bool Delivery::hasWork() const
+{
+    return !next.empty() && fits(next.front());
+}
+
+bool Delivery::fits(const OutboundMessage &message) const
+{
+    const std::size_t handed = beingWritten.size() + inFlight.size();
+    if (handed > 0 && handedBytes + message.size() > MAX_HANDED_BYTES) {
+        return false;
+    }
+    return message.qos == 0 ? beingWritten.size() < MAX_BEING_WRITTEN
+                            : inFlight.size() < BrokerLink::MAX_IN_FLIGHT;
+}
+
+void Delivery::handOver(BrokerLink &link)
+{
+    while (hasWork()) {
+        const OutboundMessage &message = next.front();
+        int messageId = 0;
+        const int code = link.publish(messageId, message);
+        if (code == MOSQ_ERR_NO_CONN && message.qos == 0) {
+            return;
+        }
+        // Without a connection libmosquitto keeps a message of QoS 1 or 2 all the same.
+        if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) {
+            record(messageId, message);
+        } else {
+            g_warning("MQTT: a message could not be sent and is dropped: %s",
+                      mosquitto_strerror(code));
+            ++finishedMessages;
+            finishedBytes += message.size();
+        }
+        next.pop_front();
+    }
+}
+
+void Delivery::record(int messageId, const OutboundMessage &message)
+{
+    handedBytes += message.size();
+    if (message.qos == 0) {
+        beingWritten.push_back({messageId, message.size()});
+    } else {
+        inFlight.emplace(messageId, message.size());
+    }
+}
+
+void Delivery::finish(std::size_t size)
+{
+    handedBytes -= size;
+    ++finishedMessages;
+    finishedBytes += size;
+}
+
+void Delivery::published(int messageId)
+{
+    // QoS 0 is written in order; the ids of both kinds come from the same counter, which wraps.
+    if (!beingWritten.empty() && beingWritten.front().messageId == messageId) {
+        finish(beingWritten.front().size);
+        beingWritten.pop_front();
+        return;
+    }
+    const auto found = inFlight.find(messageId);
+    if (found != inFlight.end()) {
+        finish(found->second);
+        inFlight.erase(found);
+    }
+}
+
+void Delivery::connectionLost()
+{
+    for (const Written &message : beingWritten) {
+        finish(message.size);
+    }
+    beingWritten.clear();
+    settle();
+}
+
+void Delivery::settle()
+{
+    if (finishedMessages > 0) {
+        queue.finish(finishedMessages, finishedBytes);
+        finishedMessages = 0;
+        finishedBytes = 0;
+    }
+}
+
+} // namespace norq::mqtt
