@@ -26,7 +26,7 @@ public:
     const char *message() const { return record.message; }
 
 private:
-    sd_bus_error record = SD_BUS_ERROR_NULL;
+    sd_bus_error record{}; // SD_BUS_ERROR_NULL is a compound literal, which C++ does not have
 };
 
 } // namespace tovrel
