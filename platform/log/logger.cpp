@@ -78,6 +78,7 @@ void Logger::write(unsigned int level, const char *domain, std::string_view mess
     const std::string line = toLine(message);
     // The journal has a field of its own for it.
     const std::string lineWithDomain = domain != nullptr ? toLine(domain) + ": " + line : line;
+    const std::lock_guard lock(mutex);
     if (!writeToJournal(identity, priority, domain, line)) {
         syslog(priority, "%s", lineWithDomain.c_str());
     }
@@ -92,7 +93,6 @@ void Logger::writeToStandardError(int priority, const std::string &line)
     const char *colour = coloured ? colourOf(priority) : "";
     const char *end = *colour != '\0' ? "\x1b[0m\n" : "\n";
     const std::string text = colour + identity + ": " + priorityName(priority) + ": " + line + end;
-    const std::lock_guard lock(standardErrorMutex);
     std::string_view rest = text;
     while (!rest.empty()) {
         const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());

@@ -29,7 +29,7 @@ private:
     const std::string identity;
     const bool coloured;
     const bool onStandardError;
-    std::mutex standardErrorMutex; // keeps the lines of two threads apart
+    std::mutex mutex; // one line at a time: keeps two threads' lines apart, in one order everywhere
 };
 
 } // namespace norq::log

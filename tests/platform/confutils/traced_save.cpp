@@ -3,7 +3,10 @@
 #include "support/child_process.h"
 #include "support/wait_until.h"
 
-#include <regex>
+#include <glib.h>
+
+#include <algorithm>
+#include <csignal>
 #include <sstream>
 #include <stdexcept>
 
@@ -42,39 +45,57 @@ std::vector<std::string> traced(const std::vector<std::string> &options,
     return whole;
 }
 
-/** How often the main thread has made the call, the matching one included, in a log of strace. */
-int occurrenceIn(const std::string &log, const TracedStep &step)
+/** The calls of the step's name that the main thread made, in a log of strace. */
+std::vector<std::string> callsIn(const std::string &log, const TracedStep &step)
 {
-    const std::regex lines("^(\\d+) +" + std::string(step.call) + "\\((.*)$");
-    const std::regex arguments(step.arguments);
+    std::vector<std::string> calls;
     std::istringstream stream(log);
     std::string mainThread;
-    int count = 0;
     for (std::string line; std::getline(stream, line);) {
-        const std::string thread = line.substr(0, line.find(' '));
+        const auto end = line.find(' ');
+        const std::string thread = line.substr(0, end);
         mainThread = mainThread.empty() ? thread : mainThread;
-        std::smatch match;
-        if (thread != mainThread || !std::regex_match(line, match, lines)) {
-            continue;
-        }
-        ++count;
-        if (std::regex_search(match[2].first, match[2].second, arguments)) {
-            return count;
+        const auto begin = line.find_first_not_of(' ', end);
+        const std::string start = std::string(step.call) + "(";
+        if (thread == mainThread && line.compare(begin, start.size(), start) == 0) {
+            calls.push_back(line.substr(begin + start.size()));
         }
     }
-    throw std::runtime_error(std::string("no such step: ") + step.name + "\n" + log);
+    return calls;
 }
 
-int learnOccurrence(const SavedFile &likeness, const TracedStep &step, const std::string &umask)
+bool isStep(const std::string &call, const TracedStep &step)
+{
+    return g_regex_match_simple(step.arguments, call.c_str(), GRegexCompileFlags{},
+                                GRegexMatchFlags{}) == TRUE;
+}
+
+/** How often the main thread makes the call until it makes that of the step. */
+int learnOccurrence(const SavedFile &file, const TracedStep &step, const std::string &umask)
 {
     const test_support::TempDirectory directory;
     const std::string log = directory.file("trace");
     // All calls are traced: the first line is then the main thread's, whatever it begins with.
-    const Ending ending = run(traced({"-o", log}, saveCommand(likeness, umask)), {NO_LEAK_CHECK});
-    if (ending.status != 0) {
-        throw std::runtime_error("the undisturbed save failed: " + ending.errorText);
+    const Ending ending = run(traced({"-o", log}, saveCommand(file, umask)), {NO_LEAK_CHECK});
+    const std::vector<std::string> calls = callsIn(readWhole(log), step);
+    const auto found =
+        std::ranges::find_if(calls, [&](const std::string &call) { return isStep(call, step); });
+    if (ending.status != 0 || found == calls.end()) {
+        throw std::runtime_error("an undisturbed save has no step " + std::string(step.name) +
+                                 ": " + ending.errorText);
     }
-    return occurrenceIn(readWhole(log), step);
+    return static_cast<int>(found - calls.begin()) + 1;
+}
+
+/** Whether it was the step at which the error was injected, or the process ended. */
+bool wasStepMet(const std::vector<std::string> &calls, const TracedStep &step, int status)
+{
+    if (status == 128 + SIGKILL) {
+        return !calls.empty() && isStep(calls.back(), step);
+    }
+    return std::ranges::any_of(calls, [&](const std::string &call) {
+        return call.find("(INJECTED)") != std::string::npos && isStep(call, step);
+    });
 }
 
 } // namespace
@@ -94,13 +115,25 @@ Ending sweep(const SavedFile &file)
     return run({SAVE_FILE, "--sweep", file.path()});
 }
 
-Ending saveWithFault(const SavedFile &file, const SavedFile &likeness, const TracedStep &step,
-                     const std::string &action, const std::string &umask)
+DisturbedSave saveWithFault(const std::function<std::unique_ptr<SavedFile>()> &makeFile,
+                            const TracedStep &step, const std::string &action,
+                            const std::string &umask)
 {
-    const std::string call = step.call;
-    const int occurrence = learnOccurrence(likeness, step, umask);
-    return run(traced({"-o", "/dev/null", "-e", "trace=" + call, "-e",
-                       "inject=" + call + ":" + action + ":when=" + std::to_string(occurrence)},
-                      saveCommand(file, umask)),
-               {NO_LEAK_CHECK});
+    // The start of a program built with a sanitizer differs by a few calls from run to run.
+    constexpr int MOST_TRIES = 50;
+    for (int tries = 0; tries < MOST_TRIES; ++tries) {
+        const std::string occurrence = std::to_string(learnOccurrence(*makeFile(), step, umask));
+        auto file = makeFile();
+        const test_support::TempDirectory directory;
+        const std::string log = directory.file("trace");
+        const std::string call = step.call;
+        const Ending ending = run(traced({"-o", log, "-e", "trace=execve," + call, "-e",
+                                          "inject=" + call + ":" + action + ":when=" + occurrence},
+                                         saveCommand(*file, umask)),
+                                  {NO_LEAK_CHECK});
+        if (wasStepMet(callsIn(readWhole(log), step), step, ending.status)) {
+            return {std::move(file), ending};
+        }
+    }
+    throw std::runtime_error(std::string("the step was not met: ") + step.name);
 }

@@ -4,9 +4,10 @@
 
 #include "saved_file.h"
 
+#include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
-#include <vector>
 
 /** One system call of a save, as strace shows it. */
 struct TracedStep {
@@ -40,10 +41,17 @@ Ending save(const SavedFile &file, const std::string &umask = "022");
 /** Sweeps the temporary files in a process of its own. */
 Ending sweep(const SavedFile &file);
 
+/** A file after a save that was disturbed, and how the process of the save ended. */
+struct DisturbedSave {
+    std::unique_ptr<SavedFile> file;
+    Ending ending;
+};
+
 /**
- * Saves newContent() under strace, which does `action` ("error=EIO", "signal=SIGKILL") at the
- * step. `likeness` is in the same state as the file: a save of it shows how often the process
- * makes that system call before the step. Throws std::runtime_error when there is no such step.
+ * Saves newContent() to a file that `makeFile` makes, under strace, which does `action`
+ * ("error=EIO", "signal=SIGKILL") at the step. The trace is looked at to make sure that it was this
+ * step. Throws std::runtime_error when the step cannot be met.
  */
-Ending saveWithFault(const SavedFile &file, const SavedFile &likeness, const TracedStep &step,
-                     const std::string &action, const std::string &umask = "022");
+DisturbedSave saveWithFault(const std::function<std::unique_ptr<SavedFile>()> &makeFile,
+                            const TracedStep &step, const std::string &action,
+                            const std::string &umask = "022");
