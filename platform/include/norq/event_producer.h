@@ -43,7 +43,7 @@ int event_declaration_add_key_value(event_declaration_t *declaration, const char
 int event_declaration_add_key(event_declaration_t *declaration, const char *key,
                               event_value_type type, GError **error);
 
-/** Sets the namespace of a key that was added before. */
+/** Sets the namespace of a key that was added before; NULL or an empty text takes it away. */
 int event_declaration_set_name_space(event_declaration_t *declaration, const char *key,
                                      const char *name_space);
 
@@ -51,13 +51,16 @@ int event_declaration_set_name_space(event_declaration_t *declaration, const cha
 int event_declaration_set_nice_names(event_declaration_t *declaration, const char *key,
                                      const char *key_nice_name, const char *value_nice_name);
 
-/** Adds a tag to a key, "onvif-source", "onvif-key" and "onvif-data" among them. */
+/**
+ * Adds a tag to a key, "onvif-source", "onvif-key" and "onvif-data" among them. A tag that the key
+ * has already changes nothing.
+ */
 int event_declaration_add_key_tag(event_declaration_t *declaration, const char *key,
                                   const char *tag);
 
 /**
  * Marks a key as the property (state) key: the events are property events, whose last value the
- * service keeps for new subscribers. `flags` must be 0.
+ * service keeps for new subscribers. `flags` must be 0. Fails when another key is marked already.
  */
 int event_declaration_set_property(event_declaration_t *declaration, const char *key,
                                    unsigned int flags, GError **error);

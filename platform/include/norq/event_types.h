@@ -18,11 +18,20 @@
 
 G_BEGIN_DECLS
 
-/** Most keys that one declaration, event or expression may have. */
+/** Most keys that one declaration or event may have, and most conditions of an expression. */
 #define EVENT_MAX_KEYS 1024
-/** Longest key, namespace, tag, nice name or client name, in bytes without the NUL. */
+/** Most tags of one key. */
+#define EVENT_MAX_TAGS 64
+/**
+ * Longest key, namespace, tag, nice name or client name, in bytes without the NUL. Keys and tags
+ * are not empty; an empty namespace or nice name is the same as none.
+ */
 #define EVENT_MAX_NAME 255
-/** Largest event: the sum of all its texts and values, in bytes. */
+/**
+ * Largest event, in bytes: the sum of the texts of its declaration (keys, namespaces, nice names,
+ * tags), and of its values (an integer or double counts 8, a boolean 1). Also the largest sum of
+ * the texts of a declaration or expression.
+ */
 #define EVENT_MAX_SIZE (256 * 1024)
 /** Most declarations of one producer, and most subscriptions of one consumer. */
 #define EVENT_MAX_IDS 4096
