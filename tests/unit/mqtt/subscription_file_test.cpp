@@ -147,13 +147,14 @@ TEST_P(FlagLine, IsExtractedAsAStreamBoolean)
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, FlagLine,
-    testing::Values(FieldCase{"Zero", "0", 0}, FieldCase{"One", "1", 1},
-                    FieldCase{"OtherNumberIsTrue", "2", 1}, FieldCase{"NegativeIsTrue", "-1", 1},
-                    FieldCase{"WordIsFalse", "true", 0}, FieldCase{"EmptyIsFalse", "", 0},
-                    FieldCase{"BlankIsFalse", "   ", 0}, FieldCase{"LeadingBlank", "  1", 1},
-                    FieldCase{"TrailingText", "1 or so", 1}, FieldCase{"LeadingZero", "01", 1},
-                    FieldCase{"CarriageReturn", "1\r", 1},
-                    FieldCase{"HugeIsTrue", "99999999999999999999", 1}),
+    testing::Values(FieldCase{{"Zero"}, "0", 0}, FieldCase{{"One"}, "1", 1},
+                    FieldCase{{"OtherNumberIsTrue"}, "2", 1},
+                    FieldCase{{"NegativeIsTrue"}, "-1", 1}, FieldCase{{"WordIsFalse"}, "true", 0},
+                    FieldCase{{"EmptyIsFalse"}, "", 0}, FieldCase{{"BlankIsFalse"}, "   ", 0},
+                    FieldCase{{"LeadingBlank"}, "  1", 1},
+                    FieldCase{{"TrailingText"}, "1 or so", 1}, FieldCase{{"LeadingZero"}, "01", 1},
+                    FieldCase{{"CarriageReturn"}, "1\r", 1},
+                    FieldCase{{"HugeIsTrue"}, "99999999999999999999", 1}),
     CaseName());
 
 TEST_P(QosLine, IsExtractedAsAnInteger)
@@ -163,13 +164,14 @@ TEST_P(QosLine, IsExtractedAsAnInteger)
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, QosLine,
-                         testing::Values(FieldCase{"Two", "2", 2}, FieldCase{"Negative", "-5", -5},
-                                         FieldCase{"OutsideOfMqtt", "17", 17},
-                                         FieldCase{"Word", "qos", 0}, FieldCase{"Empty", "", 0},
-                                         FieldCase{"TrailingText", "1x", 1},
-                                         FieldCase{"LeadingBlank", "\t 2", 2},
-                                         FieldCase{"TooLarge", "2147483648", INT_MAX},
-                                         FieldCase{"TooSmall", "-2147483649", INT_MIN}),
+                         testing::Values(FieldCase{{"Two"}, "2", 2},
+                                         FieldCase{{"Negative"}, "-5", -5},
+                                         FieldCase{{"OutsideOfMqtt"}, "17", 17},
+                                         FieldCase{{"Word"}, "qos", 0}, FieldCase{{"Empty"}, "", 0},
+                                         FieldCase{{"TrailingText"}, "1x", 1},
+                                         FieldCase{{"LeadingBlank"}, "\t 2", 2},
+                                         FieldCase{{"TooLarge"}, "2147483648", INT_MAX},
+                                         FieldCase{{"TooSmall"}, "-2147483649", INT_MIN}),
                          CaseName());
 
 TEST_P(TopicLine, IsReadUpToItsFirstBlank)
@@ -180,9 +182,9 @@ TEST_P(TopicLine, IsReadUpToItsFirstBlank)
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, TopicLine,
-    testing::Values(TopicCase{"Plain", "a/b", "a/b"}, TopicCase{"InnerBlank", "a b/c", "a"},
-                    TopicCase{"LeadingBlank", "  a", "a"}, TopicCase{"Tabulator", "a\tb", "a"},
-                    TopicCase{"CarriageReturn", "a\r", "a"}, TopicCase{"Empty", "", ""}),
+    testing::Values(TopicCase{{"Plain"}, "a/b", "a/b"}, TopicCase{{"InnerBlank"}, "a b/c", "a"},
+                    TopicCase{{"LeadingBlank"}, "  a", "a"}, TopicCase{{"Tabulator"}, "a\tb", "a"},
+                    TopicCase{{"CarriageReturn"}, "a\r", "a"}, TopicCase{{"Empty"}, "", ""}),
     CaseName());
 
 namespace {
@@ -209,13 +211,13 @@ TEST_P(TruncatedFile, KeepsTheRecordsBeforeAndWarns)
 
 INSTANTIATE_TEST_SUITE_P(
     Files, TruncatedFile,
-    testing::Values(TruncatedCase{"AfterId", "0\n", "Missing topic"},
-                    TruncatedCase{"WithinId", "0", "Missing topic"},
-                    TruncatedCase{"AfterTopic", "0\na\n", "Missing device_prefix_flag"},
-                    TruncatedCase{"AfterFlag", "0\na\n0\n", "Missing qos"},
-                    TruncatedCase{"AfterQos", "0\na\n0\n0\n", "Missing stateful flag"},
-                    TruncatedCase{"WithinQos", "0\na\n0\n0", "Missing stateful flag"},
-                    TruncatedCase{"EmptyLineAtTheEnd", "\n", "Missing topic"}),
+    testing::Values(TruncatedCase{{"AfterId"}, "0\n", "Missing topic"},
+                    TruncatedCase{{"WithinId"}, "0", "Missing topic"},
+                    TruncatedCase{{"AfterTopic"}, "0\na\n", "Missing device_prefix_flag"},
+                    TruncatedCase{{"AfterFlag"}, "0\na\n0\n", "Missing qos"},
+                    TruncatedCase{{"AfterQos"}, "0\na\n0\n0\n", "Missing stateful flag"},
+                    TruncatedCase{{"WithinQos"}, "0\na\n0\n0", "Missing stateful flag"},
+                    TruncatedCase{{"EmptyLineAtTheEnd"}, "\n", "Missing topic"}),
     CaseName());
 
 TEST_F(SubscriptionFileTest, LoadingSweepsTemporaryFilesFirstAndReadsTheFile)
@@ -401,11 +403,11 @@ TEST_P(TruncatedLegacyFile, IsKeptWhileItsWholeRecordsStayInMemory)
 
 INSTANTIATE_TEST_SUITE_P(
     Files, TruncatedLegacyFile,
-    testing::Values(TruncatedCase{"AfterTopic", "a\n", "Missing device_prefix_flag"},
-                    TruncatedCase{"WithinTopic", "a", "Missing device_prefix_flag"},
-                    TruncatedCase{"AfterFlag", "a\n0\n", "Missing qos"},
-                    TruncatedCase{"AfterQos", "a\n0\n0\n", "Missing stateful"},
-                    TruncatedCase{"EmptyLineAtTheEnd", "\n", "Missing device_prefix_flag"}),
+    testing::Values(TruncatedCase{{"AfterTopic"}, "a\n", "Missing device_prefix_flag"},
+                    TruncatedCase{{"WithinTopic"}, "a", "Missing device_prefix_flag"},
+                    TruncatedCase{{"AfterFlag"}, "a\n0\n", "Missing qos"},
+                    TruncatedCase{{"AfterQos"}, "a\n0\n0\n", "Missing stateful"},
+                    TruncatedCase{{"EmptyLineAtTheEnd"}, "\n", "Missing device_prefix_flag"}),
     CaseName());
 
 } // namespace tovrel::test

@@ -186,9 +186,9 @@ TEST_P(OutOfRangeId, IsAnInvalidId)
 }
 
 INSTANTIATE_TEST_SUITE_P(Ids, OutOfRangeId,
-                         testing::Values(BadId{"FirstAbove", "256"}, BadId{"MinusOne", "-1"},
-                                         BadId{"LargestInt", "2147483647"},
-                                         BadId{"SmallestInt", "-2147483648"}),
+                         testing::Values(BadId{{"FirstAbove"}, "256"}, BadId{{"MinusOne"}, "-1"},
+                                         BadId{{"LargestInt"}, "2147483647"},
+                                         BadId{{"SmallestInt"}, "-2147483648"}),
                          CaseName());
 
 TEST_P(NoNumberId, RaisesTheConversionError)
@@ -197,8 +197,8 @@ TEST_P(NoNumberId, RaisesTheConversionError)
 }
 
 INSTANTIATE_TEST_SUITE_P(Ids, NoNumberId,
-                         testing::Values(BadId{"Letters", "abc"}, BadId{"Empty", ""},
-                                         BadId{"Blank", " "}, BadId{"OnlySign", "-"}),
+                         testing::Values(BadId{{"Letters"}, "abc"}, BadId{{"Empty"}, ""},
+                                         BadId{{"Blank"}, " "}, BadId{{"OnlySign"}, "-"}),
                          CaseName());
 
 TEST_P(TooLargeId, RaisesTheRangeError)
@@ -207,8 +207,8 @@ TEST_P(TooLargeId, RaisesTheRangeError)
 }
 
 INSTANTIATE_TEST_SUITE_P(Ids, TooLargeId,
-                         testing::Values(BadId{"AboveInt", "2147483648"},
-                                         BadId{"BelowInt", "-2147483649"}),
+                         testing::Values(BadId{{"AboveInt"}, "2147483648"},
+                                         BadId{{"BelowInt"}, "-2147483649"}),
                          CaseName());
 
 } // namespace tovrel::test
