@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
+#include <system_error>
 
 namespace norq {
 
@@ -43,6 +45,9 @@ constexpr std::array PLACEHOLDERS{
     "system serial number",
     "chassis serial number",
     "base board serial number",
+    "system product name",
+    "product name",
+    "type2 - board product name1",
     "board serial number",
     "123456789",
     "0123456789",
@@ -70,7 +75,8 @@ std::string_view trimmed(std::string_view text)
     return text;
 }
 
-std::string configuredSerial(const std::string &path)
+/** A value of the group "[device]" as it stands; nothing when there is none. */
+std::optional<std::string> deviceSetting(const std::string &path, const char *key)
 {
     const KeyFile file(g_key_file_new(), g_key_file_free);
     GError *rawError = nullptr;
@@ -79,19 +85,25 @@ std::string configuredSerial(const std::string &path)
         if (!g_error_matches(error.get(), G_FILE_ERROR, G_FILE_ERROR_NOENT)) {
             g_warning("%s cannot be read: %s", path.c_str(), error->message);
         }
-        return {};
+        return std::nullopt;
     }
     // The raw value: the getter for texts takes one that is not UTF-8 for missing.
-    const Text value(g_key_file_get_value(file.get(), "device", "serial", nullptr), g_free);
+    const Text value(g_key_file_get_value(file.get(), "device", key, nullptr), g_free);
+    return value ? std::optional<std::string>(value.get()) : std::nullopt;
+}
+
+std::string configuredSerial(const std::string &path)
+{
+    const std::optional<std::string> value = deviceSetting(path, "serial");
     if (!value) {
         return {};
     }
-    std::string serial = sanitiseSerial(value.get());
+    std::string serial = sanitiseSerial(*value);
     if (serial.empty()) {
         g_warning("%s: serial is empty, looking elsewhere", path.c_str());
-    } else if (serial != value.get()) {
-        g_warning("%s: serial holds what a serial number must not, using \"%s\"", path.c_str(),
-                  serial.c_str());
+    } else if (serial != *value) {
+        g_warning("%s: serial=%.100s holds what a serial number must not, using \"%s\"",
+                  path.c_str(), value->c_str(), serial.c_str());
     }
     return serial;
 }
@@ -106,7 +118,8 @@ bool everyoneMayRead(const std::string &path)
            (permissions & std::filesystem::perms::others_read) != std::filesystem::perms::none;
 }
 
-std::string firmwareSerial(const std::string &path)
+/** What a file of the firmware says; empty when that means nothing. */
+std::string firmwareText(const std::string &path)
 {
     if (!everyoneMayRead(path)) {
         return {};
@@ -115,10 +128,17 @@ std::string firmwareSerial(const std::string &path)
     std::string text(MAX_FIRMWARE_TEXT, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
-    if (isPlaceholderSerial(text)) {
-        return {};
-    }
-    return sanitiseSerial(text);
+    return isPlaceholder(text) ? std::string() : std::string(trimmed(text));
+}
+
+/** One line of UTF-8, cut to `most` bytes. */
+std::string shownLine(std::string_view text, std::size_t most)
+{
+    std::string line(trimmed(text).substr(0, most));
+    std::ranges::replace_if(
+        line, [](char c) { return g_ascii_iscntrl(c); }, ' ');
+    const Text valid(g_utf8_make_valid(line.data(), static_cast<gssize>(line.size())), g_free);
+    return valid.get();
 }
 
 /** Derived from the machine id, which itself is confidential and must not get out. */
@@ -162,7 +182,7 @@ std::string sanitiseSerial(std::string_view text)
     return serial;
 }
 
-bool isPlaceholderSerial(std::string_view text)
+bool isPlaceholder(std::string_view text)
 {
     std::string lower(trimmed(text));
     std::ranges::transform(lower, lower.begin(), g_ascii_tolower);
@@ -183,12 +203,30 @@ std::string serialNumber(const SerialSources &sources)
         if (!serial.empty()) {
             return serial;
         }
-        serial = firmwareSerial(path);
+        serial = sanitiseSerial(firmwareText(path));
     }
     if (serial.empty()) {
         serial = sanitiseSerial(sources.machineId());
     }
     return serial.empty() ? UNKNOWN_SERIAL : serial;
+}
+
+std::string deviceModel()
+{
+    return deviceModel(deviceSettingsFile(),
+                       {"/sys/firmware/devicetree/base/model", "/sys/class/dmi/id/product_name",
+                        "/sys/class/dmi/id/board_name"});
+}
+
+std::string deviceModel(const std::string &settingsFile,
+                        const std::vector<std::string> &firmwareFiles)
+{
+    std::string model =
+        shownLine(deviceSetting(settingsFile, "model").value_or(""), MAX_MODEL_LENGTH);
+    for (auto path = firmwareFiles.begin(); model.empty() && path != firmwareFiles.end(); ++path) {
+        model = shownLine(firmwareText(*path), MAX_MODEL_LENGTH);
+    }
+    return model;
 }
 
 } // namespace norq

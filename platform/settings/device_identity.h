@@ -1,4 +1,4 @@
-/** Who this device is: its serial number, as every service of the platform shows it. */
+/** Who this device is, as every service of the platform shows it; docs/device-services.md. */
 #pragma once
 
 #include <functional>
@@ -13,6 +13,9 @@ inline constexpr std::size_t MAX_SERIAL_LENGTH = 64;
 
 /** The serial number of a device that has none at all, not even a machine id. */
 inline constexpr const char *UNKNOWN_SERIAL = "unknown";
+
+/** Most bytes of a model name; a longer one is cut. */
+inline constexpr std::size_t MAX_MODEL_LENGTH = 128;
 
 /** Where a serial number is looked for, in this order. */
 struct SerialSources {
@@ -41,7 +44,7 @@ SerialSources systemSerialSources();
 std::string sanitiseSerial(std::string_view text);
 
 /** Whether a text of the firmware only fills the field, such as "To be filled by O.E.M.". */
-bool isPlaceholderSerial(std::string_view text);
+bool isPlaceholder(std::string_view text);
 
 /**
  * The serial number of this device, never empty. The same for as long as the sources stay as they
@@ -52,5 +55,15 @@ std::string serialNumber();
 
 /** The same from given sources. */
 std::string serialNumber(const SerialSources &sources);
+
+/**
+ * The model of this device as one line of UTF-8: "model" of the settings file's group "[device]",
+ * else what device tree or DMI call it; empty when nobody knows. Any thread.
+ */
+std::string deviceModel();
+
+/** The same from given sources; a firmware file that not everyone may read is left out. */
+std::string deviceModel(const std::string &settingsFile,
+                        const std::vector<std::string> &firmwareFiles);
 
 } // namespace norq
