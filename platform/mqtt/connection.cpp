@@ -107,9 +107,6 @@ void Connection::wait(BrokerLink &link)
 {
     // Until the broker has accepted the connection no message can come that there is no room for.
     reading = phase != Phase::CONNECTED || parts.inbound->hasRoom();
-    if (!reading) {
-        keepalive.heldBack(now());
-    }
     std::array<pollfd, 2> descriptors{
         {{parts.wake->fd(), POLLIN, 0}, {phase == Phase::WAITING ? -1 : link.fd(), 0, 0}}};
     pollfd &socket = descriptors[1];
@@ -254,7 +251,9 @@ void Connection::watchTime(BrokerLink &link)
     if (phase != Phase::CONNECTED) {
         return;
     }
-    if (reading && !moreToRead) {
+    if (!reading) {
+        keepalive.heldBack(time);
+    } else if (!moreToRead) {
         keepalive.caughtUp(time);
     }
     const KeepaliveWatch::Action action = keepalive.due(time);

@@ -8,6 +8,12 @@ namespace {
 
 /** QoS 0 messages that libmosquitto holds at most, waiting for the socket. */
 constexpr std::size_t MAX_BEING_WRITTEN = 256;
+/**
+ * Messages of QoS 2 that are under way at most. The usual broker lets 20 wait for their release;
+ * any message with QoS 1 or 2 beyond that it confirms, drops, and ends the connection. MQTT 3.1.1
+ * has no means to ask a broker for its limit, so there is a distance to the default.
+ */
+constexpr std::size_t MAX_IN_FLIGHT_QOS2 = 10;
 /** Bytes that libmosquitto holds at most, unless a single message is larger. */
 constexpr std::size_t MAX_HANDED_BYTES = 1024UL * 1024;
 /** Windows in a row before the other duties of the I/O thread get their turn. */
@@ -45,8 +51,11 @@ bool Delivery::fits(const OutboundMessage &message) const
     if (handed > 0 && handedBytes + message.size() > MAX_HANDED_BYTES) {
         return false;
     }
-    return message.qos == 0 ? beingWritten.size() < MAX_BEING_WRITTEN
-                            : inFlight.size() < BrokerLink::MAX_IN_FLIGHT;
+    if (message.qos == 0) {
+        return beingWritten.size() < MAX_BEING_WRITTEN;
+    }
+    return inFlight.size() < BrokerLink::MAX_IN_FLIGHT &&
+           (message.qos == 1 || inFlightQos2 < MAX_IN_FLIGHT_QOS2);
 }
 
 void Delivery::handOver(BrokerLink &link)
@@ -77,7 +86,8 @@ void Delivery::record(int messageId, const OutboundMessage &message)
     if (message.qos == 0) {
         beingWritten.push_back({messageId, message.size()});
     } else {
-        inFlight.emplace(messageId, message.size());
+        inFlight.emplace(messageId, Sent{message.size(), message.qos});
+        inFlightQos2 += message.qos == 2 ? 1 : 0;
     }
 }
 
@@ -98,7 +108,8 @@ void Delivery::published(int messageId)
     }
     const auto found = inFlight.find(messageId);
     if (found != inFlight.end()) {
-        finish(found->second);
+        finish(found->second.size);
+        inFlightQos2 -= found->second.qos == 2 ? 1 : 0;
         inFlight.erase(found);
     }
 }

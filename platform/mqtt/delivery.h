@@ -41,6 +41,10 @@ private:
         int messageId;
         std::size_t size;
     };
+    struct Sent {
+        std::size_t size;
+        int qos;
+    };
 
     void handOver(BrokerLink &link);
     [[nodiscard]] bool fits(const OutboundMessage &message) const;
@@ -50,7 +54,8 @@ private:
     OutboundQueue &queue;
     std::deque<OutboundMessage> next;                   // taken from the queue, not yet handed over
     std::deque<Written> beingWritten;                   // QoS 0 with libmosquitto, in order
-    std::unordered_multimap<int, std::size_t> inFlight; // size by message id, QoS 1 and 2
+    std::unordered_multimap<int, Sent> inFlight; // QoS 1 and 2 by message id
+    std::size_t inFlightQos2 = 0;
     std::size_t handedBytes = 0;
     std::size_t finishedMessages = 0;
     std::size_t finishedBytes = 0;

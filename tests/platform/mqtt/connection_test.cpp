@@ -185,6 +185,10 @@ TEST_F(MqttConnectionTest, TwoHandlesOfAProcessDoNotPushEachOtherOut)
     ASSERT_TRUE(connected(2));
     first.subscribe("to/first");
     second.subscribe("to/second");
+    ASSERT_TRUE(hears(broker, first, "to/first"));
+    ASSERT_TRUE(hears(broker, second, "to/second"));
+    first.received.clear();
+    second.received.clear();
     second.publish("to/first", "x", 1);
     first.publish("to/second", "y", 1);
     EXPECT_TRUE(
