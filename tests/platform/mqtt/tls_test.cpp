@@ -1,0 +1,166 @@
+#include "platform/mqtt/fixture.h"
+
+#include <stdexcept>
+
+namespace mqtt_test {
+namespace {
+
+/** Authorities and certificates made by openssl for one test. */
+class Certificates {
+public:
+    explicit Certificates(std::string path) : folder(std::move(path))
+    {
+        authority("ca");
+        authority("other");
+        certificate("server", "ca", "localhost");
+        certificate("elsewhere", "ca", "elsewhere.invalid");
+        certificate("client", "ca", "device");
+        certificate("stranger", "other", "device");
+    }
+    [[nodiscard]] std::string file(const std::string &name) const { return folder + "/" + name; }
+
+private:
+    void openssl(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), "/usr/bin/openssl");
+        test_support::ChildProcess tool(arguments);
+        if (tool.waitForExit(test_support::DEADLINE) != 0) {
+            throw std::runtime_error(tool.standardError());
+        }
+    }
+    void authority(const std::string &name) const
+    {
+        openssl({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                 "-days", "2", "-subj", "/CN=" + name, "-keyout", file(name + ".key"), "-out",
+                 file(name + ".pem")});
+    }
+    void certificate(const std::string &name, const std::string &issuer,
+                     const std::string &host) const
+    {
+        openssl({"req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj",
+                 "/CN=" + host, "-keyout", file(name + ".key"), "-out", file(name + ".csr")});
+        openssl({"x509", "-req", "-in", file(name + ".csr"), "-CA", file(issuer + ".pem"), "-CAkey",
+                 file(issuer + ".key"), "-CAcreateserial", "-days", "2", "-out",
+                 file(name + ".pem")});
+    }
+
+    std::string folder;
+};
+
+class MqttTlsTest : public MqttTest {
+protected:
+    MqttTlsTest() : certificates(certificateFolder.path()) {}
+
+    [[nodiscard]] std::vector<std::string> brokerLines(const std::string &certificate,
+                                                       bool demandCertificate = false) const
+    {
+        return {"allow_anonymous true", "cafile " + certificates.file("ca.pem"),
+                "certfile " + certificates.file(certificate + ".pem"),
+                "keyfile " + certificates.file(certificate + ".key"),
+                std::string("require_certificate ") + (demandCertificate ? "true" : "false")};
+    }
+
+    void configureTls(int port, const std::string &lines)
+    {
+        configure(port, "", "[tls]\n" + lines + "\n");
+    }
+    [[nodiscard]] std::string ca(const std::string &name) const
+    {
+        return "ca-file=" + certificates.file(name + ".pem") + "\n";
+    }
+    [[nodiscard]] std::string own(const std::string &name) const
+    {
+        return "cert-file=" + certificates.file(name + ".pem") +
+               "\nkey-file=" + certificates.file(name + ".key") + "\n";
+    }
+
+    test_support::TempDirectory certificateFolder;
+    Certificates certificates;
+};
+
+TEST_F(MqttTlsTest, ConnectsAndCarriesMessagesOfAnyNumberAndSize)
+{
+    Broker broker(brokerLines("server"));
+    configure(broker.port(), "host=localhost", "[tls]\n" + ca("ca"));
+    TestClient client;
+    client.init();
+    client.subscribe("a/#", 1);
+    ASSERT_TRUE(connected());
+    ASSERT_TRUE(
+        pumpUntil([&] { return broker.log().find("Sending SUBACK") != std::string::npos; }));
+    for (int i = 0; i < 3000; ++i) {
+        ASSERT_EQ(client.publish("a/b", std::string(static_cast<std::size_t>(i), 'x'), i % 2).code,
+                  MQTTMSG_OK);
+    }
+    EXPECT_TRUE(pumpUntil([&] { return client.received.size() == 3000; }))
+        << client.received.size();
+    EXPECT_EQ(log.count(G_LOG_LEVEL_WARNING, ""), 0);
+}
+
+TEST_F(MqttTlsTest, RefusesABrokerOfAnotherAuthorityAndSaysWhy)
+{
+    Broker broker(brokerLines("server"));
+    configure(broker.port(), "host=localhost", "[tls]\n" + ca("other"));
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "certificate verify failed"));
+    EXPECT_EQ(log.count(G_LOG_LEVEL_WARNING, ""), 1);
+    EXPECT_EQ(log.count(G_LOG_LEVEL_INFO, "connected"), 0);
+}
+
+TEST_F(MqttTlsTest, RefusesABrokerThatIsNotTheOneOfTheSettings)
+{
+    Broker broker(brokerLines("elsewhere"));
+    configure(broker.port(), "host=localhost", "[tls]\n" + ca("ca"));
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+    EXPECT_EQ(log.count(G_LOG_LEVEL_INFO, "connected"), 0);
+}
+
+TEST_F(MqttTlsTest, ShowsItsOwnCertificate)
+{
+    Broker broker(brokerLines("server", true));
+    configure(broker.port(), "host=localhost",
+              "[tls]\nmin-version=1.3\n" + ca("ca") + own("client"));
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(connected());
+}
+
+TEST_F(MqttTlsTest, IsRefusedWithoutACertificateOrWithThatOfAStranger)
+{
+    Broker broker(brokerLines("server", true));
+    for (const std::string &lines : {ca("ca"), ca("ca") + own("stranger")}) {
+        log.clear();
+        configure(broker.port(), "host=localhost", "[tls]\n" + lines);
+        TestClient client;
+        client.init();
+        EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+        EXPECT_EQ(log.count(G_LOG_LEVEL_INFO, "connected"), 0);
+    }
+}
+
+TEST_F(MqttTlsTest, NeverFallsBackToAConnectionInTheClear)
+{
+    Broker broker;
+    configure(broker.port(), "host=localhost",
+              "[tls]\nenabled=true\nca-file=" + folder.file("missing.pem") + "\n");
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "missing.pem cannot be read"));
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "the TLS files of the settings cannot be used"));
+    EXPECT_EQ(broker.log().find("New client connected"), std::string::npos);
+}
+
+TEST_F(MqttTlsTest, ABrokerWithoutTlsIsAFailure)
+{
+    Broker broker;
+    configure(broker.port(), "host=localhost", "[tls]\n" + ca("ca"));
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+}
+
+} // namespace
+} // namespace mqtt_test
