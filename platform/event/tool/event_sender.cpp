@@ -82,6 +82,11 @@ EventSender::EventSender(const SendOptions &options)
     declare(options);
 }
 
+EventSender::~EventSender()
+{
+    event_producer_undeclare(producer.get(), id);
+}
+
 void EventSender::declare(const SendOptions &options)
 {
     const Declaration declaration = declarationOf(options);

@@ -16,6 +16,10 @@ class EventSender {
 public:
     /** Declares the event of the options. Throws Failure. */
     explicit EventSender(const SendOptions &options);
+    /** Withdraws the declaration; the service has taken every event before it answers. */
+    ~EventSender();
+    EventSender(const EventSender &) = delete;
+    EventSender &operator=(const EventSender &) = delete;
 
     /** Whether every key has a value, so that the event can be sent. */
     [[nodiscard]] bool isComplete() const;
@@ -23,7 +27,7 @@ public:
     /** Changes values of open keys, given as key and text. Throws UsageError, nothing changed. */
     void change(const std::vector<std::pair<std::string, std::string>> &values);
 
-    /** Sends the event with its current values. When it returns, the service has it. */
+    /** Sends the event with its current values. Throws Failure when it was not taken in time. */
     void send();
 
 private:
