@@ -32,7 +32,7 @@ std::string SubscriptionStore::addSubscription(const std::string &topicFilter,
     if (!MQTTMsg_check_sub_topic(topicFilter.c_str())) {
         throw SubscribeConfigException("Invalid MQTT topic");
     }
-    const std::string id = allocateId();
+    std::string id = allocateId();
     items.try_emplace(id, SubscriptionConfig{.isStateData = isStateData,
                                              .qos = qos,
                                              .useDeviceTopicPrefix = useDeviceTopicPrefix,

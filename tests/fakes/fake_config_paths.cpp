@@ -35,8 +35,8 @@ public:
 
 const std::filesystem::path &configFolder()
 {
-    static const TemporaryFolder FOLDER;
-    return FOLDER.path;
+    static const TemporaryFolder folder;
+    return folder.path;
 }
 
 void emptyConfigFolder()
@@ -61,14 +61,14 @@ namespace tovrel {
 
 const char *subscriptionsFile() noexcept
 {
-    static const std::string PATH = test::configFolder() / "subscriptions_v2.conf";
-    return PATH.c_str();
+    static const std::string path = test::configFolder() / "subscriptions_v2.conf";
+    return path.c_str();
 }
 
 const char *legacySubscriptionsFile() noexcept
 {
-    static const std::string PATH = test::configFolder() / "subscriptions.conf";
-    return PATH.c_str();
+    static const std::string path = test::configFolder() / "subscriptions.conf";
+    return path.c_str();
 }
 
 } // namespace tovrel

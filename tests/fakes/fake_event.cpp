@@ -230,7 +230,7 @@ event_t *event_producer_prepare_event(event_producer_t * /*producer*/, int decla
         return nullptr;
     }
     ++fakeEvents().livingEvents;
-    event_t *const prepared = new event;
+    auto *const prepared = new event;
     prepared->content.declarationId = declaration_id;
     prepared->keys = found->second;
     for (const auto &[name, key] : prepared->keys) {

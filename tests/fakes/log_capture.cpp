@@ -6,9 +6,9 @@
 
 namespace tovrel::test {
 
-void PrintTo(const LogLine &line, std::ostream *stream)
+std::ostream &operator<<(std::ostream &stream, const LogLine &line)
 {
-    *stream << line.level << " \"" << line.text << '"';
+    return stream << line.level << " \"" << line.text << '"';
 }
 
 LogCapture::LogCapture() : former(g_log_set_default_handler(tovrel_test_capture_line, this)) {}

@@ -20,7 +20,7 @@ struct LogLine {
 };
 
 /** For test output. */
-void PrintTo(const LogLine &line, std::ostream *stream);
+std::ostream &operator<<(std::ostream &stream, const LogLine &line);
 
 /** Catches while it lives. One at a time. */
 class LogCapture {
