@@ -22,6 +22,7 @@ namespace norq {
 namespace {
 
 using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_free)>;
+using Error = std::unique_ptr<GError, decltype(&g_error_free)>;
 using Text = std::unique_ptr<char, decltype(&g_free)>;
 using TextList = std::unique_ptr<char *, decltype(&g_strfreev)>;
 
@@ -31,6 +32,7 @@ constexpr std::size_t MAX_HOST = 253;
 constexpr std::size_t MAX_CREDENTIAL = 65535;
 constexpr int DEFAULT_TLS_PORT = 8883;
 constexpr std::string_view PASSWORD = "password";
+constexpr std::size_t NOWHERE = std::string_view::npos;
 
 struct Group {
     std::string_view name;
@@ -60,12 +62,15 @@ public:
     /** A bad value of a key; `why` says what would be a good one. */
     void complain(const char *group, const char *key, const char *why) const
     {
-        if (key == PASSWORD) {
+        const Text value(g_key_file_get_value(file, group, key, nullptr), g_free);
+        // A URL with user and password in it is no good value for anything either.
+        const bool holdsSecret =
+            key == PASSWORD || (value && std::string_view(value.get()).find('@') != NOWHERE);
+        if (holdsSecret) {
             g_warning("%s: [%s] %s is not usable (%s), it is ignored", path.c_str(), group, key,
                       why);
             return;
         }
-        const Text value(g_key_file_get_value(file, group, key, nullptr), g_free);
         const Text shown(g_strescape(value ? value.get() : "", nullptr), g_free);
         g_warning("%s: [%s] %s=%.100s is not valid (%s), using the default", path.c_str(), group,
                   key, shown.get(), why);
@@ -77,8 +82,11 @@ public:
         if (!has(group, key)) {
             return fallback;
         }
-        const Text value(g_key_file_get_string(file, group, key, nullptr), g_free);
-        if (!value) {
+        // With a wrong escape sequence there is an error and a value.
+        GError *rawError = nullptr;
+        const Text value(g_key_file_get_string(file, group, key, &rawError), g_free);
+        const Error error(rawError, g_error_free);
+        if (error || !value) {
             complain(group, key, "not UTF-8, or a wrong escape sequence");
             return fallback;
         }

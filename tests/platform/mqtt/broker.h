@@ -19,8 +19,8 @@ bool isListening(int port);
 class Broker {
 public:
     /**
-     * @param lines configuration on top of the listener; "FOLDER" in them is replaced by the
-     *              broker's own folder
+     * @param lines configuration on top of the listener; the first "FOLDER" in a line is replaced
+     *              by the broker's own folder
      */
     explicit Broker(const std::vector<std::string> &lines = {"allow_anonymous true"},
                     bool started = true);
