@@ -247,6 +247,10 @@ def copy_for_everybody(target):
     """Scripts, templates and programs in a place where every user may read them."""
     for folder in ("scripts", "data"):
         shutil.copytree(ROOT / folder, target / folder)
+    for rules in ROOT.glob("platform/*/com.*.conf*"):
+        copy = target / rules.relative_to(ROOT)
+        copy.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(rules, copy)
     for path in BUILD.rglob("*"):
         is_program = path.name in ("tovrel", "norq-eventd", "norq-deviced", "norq-event")
         if path.is_file() and (is_program or ".so." in path.name):
@@ -272,10 +276,10 @@ def test_works_for_an_ordinary_user(mark):
         result = subprocess.run(
             [*as_user, str(folder / "scripts/sandbox"), "sh", "-c", script],
             env=environment(mark) | {"LD_LIBRARY_PATH": libraries}, cwd="/", timeout=60, text=True,
-            stdout=subprocess.PIPE, check=False)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
     finally:
         shutil.rmtree(folder)
-    assert result.returncode == 5, result.stdout
+    assert result.returncode == 5, result.stderr
     assert result.stdout.endswith("0\n")
     assert_all_gone(mark)
 
