@@ -57,9 +57,9 @@ std::string repeated(const std::string &text, int times)
     return result;
 }
 
-std::string ascii(std::size_t length)
+std::string ascii(int length)
 {
-    return std::string(length, 'x');
+    return repeated("x", length);
 }
 
 const std::string TWO_BYTES = "\xC3\xA5";
