@@ -21,7 +21,10 @@ void writeConfiguration(const std::string &path, const std::string &address,
     file << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
             " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
             "<busconfig>\n<type>custom</type>\n<listen>"
-         << address << "</listen>\n<auth>EXTERNAL</auth>\n";
+         << address
+         << "</listen>\n<auth>EXTERNAL</auth>\n"
+            "<limit name=\"max_completed_connections\">4096</limit>\n"
+            "<limit name=\"max_connections_per_user\">4096</limit>\n";
     for (const std::string &folder : serviceFolders) {
         file << "<servicedir>" << folder << "</servicedir>\n";
     }

@@ -22,13 +22,28 @@ struct Received {
     friend bool operator==(const Received &, const Received &) = default;
 };
 
-/** Receives events on the library's thread; asked by the test on its own. */
+/**
+ * Receives events on the library's thread; asked by the test on its own. Ends its subscriptions, so
+ * that the consumers must live as long as the recorder.
+ */
 class Recorder {
 public:
+    Recorder() = default;
+    ~Recorder()
+    {
+        for (const auto &[consumer, id] : subscriptions) {
+            event_consumer_unsubscribe(consumer, id, 0);
+        }
+    }
+    Recorder(const Recorder &) = delete;
+    Recorder &operator=(const Recorder &) = delete;
+
     /** Subscribes to what meets the expression. */
     int subscribe(event_consumer_t *consumer, const ExpressionPtr &expression = whereValue())
     {
-        return event_consumer_subscribe(consumer, expression.get(), take, this);
+        const int id = event_consumer_subscribe(consumer, expression.get(), take, this);
+        subscriptions.emplace_back(consumer, id);
+        return id;
     }
 
     [[nodiscard]] std::size_t count() const
@@ -86,6 +101,7 @@ private:
         recorder->last = std::move(owned);
     }
 
+    std::vector<std::pair<event_consumer_t *, int>> subscriptions;
     mutable std::mutex mutex; // guards received, last
     std::vector<Received> received;
     EventPtr last;
