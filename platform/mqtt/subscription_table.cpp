@@ -3,6 +3,7 @@
 #include "mqtt/topic_rules.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace norq::mqtt {
 
@@ -17,6 +18,7 @@ bool SubscriptionTable::add(const std::string &filter, bool prefixFlag, int qos)
     Entry &entry = entries[filter];
     (prefixFlag ? entry.qosWithFlag : entry.qosWithoutFlag) = qos;
     entry.changed = true;
+    anythingChanged = true;
     entry.told = entry.told || known;
     return true;
 }
@@ -37,6 +39,7 @@ bool SubscriptionTable::remove(const std::string &filter, bool prefixFlag)
     if (!entry.qosWithFlag && !entry.qosWithoutFlag) {
         if (entry.told) {
             toUnsubscribe.insert(filter);
+            anythingChanged = true;
         }
         entries.erase(found);
     }
@@ -61,6 +64,7 @@ SubscriptionTable::Match SubscriptionTable::match(std::string_view topic) const
 void SubscriptionTable::connectionBegan(bool sessionPresent)
 {
     const std::lock_guard guard(mutex);
+    anythingChanged = true;
     for (auto &[filter, entry] : entries) {
         entry.changed = true;
         entry.told = sessionPresent && entry.told;
@@ -74,6 +78,9 @@ std::vector<SubscriptionTable::Change> SubscriptionTable::takeChanges()
 {
     const std::lock_guard guard(mutex);
     std::vector<Change> changes;
+    if (!std::exchange(anythingChanged, false)) {
+        return changes;
+    }
     for (const std::string &filter : toUnsubscribe) {
         changes.push_back({filter, std::nullopt});
     }

@@ -58,6 +58,7 @@ private:
     mutable std::mutex mutex; // guards all below
     std::map<std::string, Entry, std::less<>> entries;
     std::set<std::string, std::less<>> toUnsubscribe;
+    bool anythingChanged = false;
 };
 
 } // namespace norq::mqtt

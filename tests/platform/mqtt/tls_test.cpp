@@ -60,10 +60,6 @@ protected:
                 std::string("require_certificate ") + (demandCertificate ? "true" : "false")};
     }
 
-    void configureTls(int port, const std::string &lines)
-    {
-        configure(port, "", "[tls]\n" + lines + "\n");
-    }
     [[nodiscard]] std::string ca(const std::string &name) const
     {
         return "ca-file=" + certificates.file(name + ".pem") + "\n";
@@ -153,13 +149,26 @@ TEST_F(MqttTlsTest, NeverFallsBackToAConnectionInTheClear)
     EXPECT_EQ(broker.log().find("New client connected"), std::string::npos);
 }
 
+TEST_F(MqttTlsTest, WithoutAnAuthorityOfItsOwnItTrustsThoseOfTheSystemAlone)
+{
+    Broker broker(brokerLines("server"));
+    configure(broker.port(), "host=localhost", "[tls]\nenabled=true\n");
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "certificate verify failed"));
+}
+
 TEST_F(MqttTlsTest, ABrokerWithoutTlsIsAFailure)
 {
     Broker broker;
-    configure(broker.port(), "host=localhost", "[tls]\n" + ca("ca"));
-    TestClient client;
-    client.init();
-    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+    for (const std::string &lines : {ca("ca"), std::string("enabled=true\n")}) {
+        log.clear();
+        configure(broker.port(), "host=localhost", "[tls]\n" + lines);
+        TestClient client;
+        client.init();
+        EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+    }
+    EXPECT_EQ(broker.log().find("New client connected"), std::string::npos);
 }
 
 } // namespace
