@@ -45,12 +45,12 @@ TextArray arrayOf(const std::string &first, const std::vector<std::string> &word
 
 } // namespace
 
-CommandLine::CommandLine(std::string name_, std::string arguments_, std::string summary_,
-                         std::string description_)
-    : name(std::move(name_)),
-      arguments(std::move(arguments_)),
-      summary(std::move(summary_)),
-      description(std::move(description_))
+CommandLine::CommandLine(std::string command, std::string following, std::string purpose,
+                         std::string details)
+    : name(std::move(command)),
+      arguments(std::move(following)),
+      summary(std::move(purpose)),
+      description(std::move(details))
 {
 }
 

@@ -20,22 +20,22 @@ namespace norq::tool {
 class CommandLine {
 public:
     /**
-     * @param name        the command, shown in usage and errors
-     * @param arguments   what follows the options, for the usage line; empty: nothing may follow
-     * @param summary     what the command does, above the options in the help
-     * @param description below the options
+     * @param command   the command, shown in usage and errors
+     * @param following what follows the options, for the usage line; empty: nothing may follow
+     * @param purpose   what the command does, above the options in the help
+     * @param details   below the options
      */
-    CommandLine(std::string name, std::string arguments, std::string summary,
-                std::string description);
+    CommandLine(std::string command, std::string following, std::string purpose,
+                std::string details);
 
-    void flag(const char *name, const char *help, bool &target);
-    void text(const char *name, const char *argument, const char *help,
+    void flag(const char *option, const char *help, bool &target);
+    void text(const char *option, const char *argument, const char *help,
               std::optional<std::string> &target);
     /** An option that may be given several times. */
-    void texts(const char *name, const char *argument, const char *help,
+    void texts(const char *option, const char *argument, const char *help,
                std::vector<std::string> &target);
     /** A decimal number from 0 to `largest`. */
-    void number(const char *name, const char *argument, const char *help, unsigned int largest,
+    void number(const char *option, const char *argument, const char *help, unsigned int largest,
                 std::optional<unsigned int> &target);
 
     /** Parses; gives what follows the options. Throws UsageError. */
@@ -52,9 +52,9 @@ private:
         bool *target;
     };
 
-    void add(const char *name, const char *argument, const char *help, GOptionArg kind,
+    void add(const char *option, const char *argument, const char *help, GOptionArg kind,
              void *storage);
-    void addTexts(const char *name, const char *argument, const char *help,
+    void addTexts(const char *option, const char *argument, const char *help,
                   std::function<void(const std::vector<std::string> &)> take);
 
     std::string name;

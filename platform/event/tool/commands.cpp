@@ -9,6 +9,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -76,12 +77,8 @@ int runNamed(const std::vector<std::string> &words)
 
 bool isCommand(std::string_view word)
 {
-    for (const Command &command : COMMANDS) {
-        if (command.name == word) {
-            return true;
-        }
-    }
-    return false;
+    return std::ranges::any_of(COMMANDS,
+                               [word](const Command &command) { return command.name == word; });
 }
 
 } // namespace

@@ -47,7 +47,12 @@ Declaration declarationOf(const SendOptions &options)
     for (const auto &[key, tag] : options.tags) {
         const int added =
             event_declaration_add_key_tag(declaration.get(), key.c_str(), tag.c_str());
-        require(added != 0, nullptr, "key '" + key + "': the tag '" + tag + "' is refused");
+        require(added != 0, nullptr,
+                std::string("key '")
+                    .append(key)
+                    .append("': the tag '")
+                    .append(tag)
+                    .append("' is refused"));
     }
     if (options.property) {
         error = nullptr;
@@ -56,6 +61,13 @@ Declaration declarationOf(const SendOptions &options)
         require(set != 0, error, "property '" + *options.property + "'");
     }
     return declaration;
+}
+
+void setValue(event_t *event, const Item &item)
+{
+    GError *error = nullptr;
+    const int done = event_set_value(event, item.key.c_str(), item.value->get(), &error);
+    require(done != 0, error, "key '" + item.key + "'");
 }
 
 Item &openItem(std::vector<Item> &items, const std::string &key)
@@ -110,20 +122,13 @@ void EventSender::change(const std::vector<std::pair<std::string, std::string>> 
     items = std::move(changed);
 }
 
-void EventSender::set(event_t *event, const Item &item) const
-{
-    GError *error = nullptr;
-    const int done = event_set_value(event, item.key.c_str(), item.value->get(), &error);
-    require(done != 0, error, "key '" + item.key + "'");
-}
-
 void EventSender::send()
 {
     GError *error = nullptr;
     const Event event(event_producer_prepare_event(producer.get(), id, 0, &error));
     require(event != nullptr, error, "the event cannot be prepared");
     for (const Item &item : items) {
-        set(event.get(), item);
+        setValue(event.get(), item);
     }
 
     // the service may just be starting again: the library declares again by itself

@@ -32,7 +32,6 @@ public:
 
 private:
     void declare(const SendOptions &options);
-    void set(event_t *event, const Item &item) const;
 
     std::vector<Item> items;
     std::chrono::seconds timeout;

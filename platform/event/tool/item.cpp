@@ -88,7 +88,7 @@ std::optional<Number> number(const std::string &text)
 
 UsageError wrongValue(std::string_view key, const std::string &text, const char *expected)
 {
-    return UsageError("key '"s.append(key) + "': '" + text + "' is not " + expected);
+    return UsageError{"key '"s.append(key) + "': '" + text + "' is not " + expected};
 }
 
 } // namespace

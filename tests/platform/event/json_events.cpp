@@ -25,13 +25,13 @@ void require(bool succeeded, const std::string &what)
 /** One for all events. There is no service: declaring and preparing work all the same. */
 event_producer_t *producer()
 {
-    static const std::unique_ptr<event_producer_t, FreeProducer> INSTANCE = [] {
+    static const std::unique_ptr<event_producer_t, FreeProducer> instance = [] {
         // NOLINTNEXTLINE(concurrency-mt-unsafe): the test has no other thread yet
         setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
         return std::unique_ptr<event_producer_t, FreeProducer>(
             event_producer_new("json test", nullptr, -1, 0));
     }();
-    return INSTANCE.get();
+    return instance.get();
 }
 
 } // namespace
@@ -129,7 +129,7 @@ std::vector<Sample> samples()
         {"odd names",
          EventBuilder()
              .item("a/b", event_value_string("/"))
-             .item("\"quoted\"\\", event_value_string("\"\\"))
+             .item(R"("quoted"\)", event_value_string("\"\\"))
              .item("\n\x01", event_value_string("\x01\x1f\x7f\b\f\n\r\t"))
              .item("\xf0\x9f\x98\x80", event_value_string("\xf0\x9f\x98\x80\xef\xbf\xbf"))},
         {"numbers", EventBuilder()
@@ -153,7 +153,7 @@ std::vector<Sample> samples()
 std::string render(const Event &event, const json_options_t *options)
 {
     char *text = event_get_json(event.get(), options);
-    const std::string copy = text == nullptr ? "" : text;
+    std::string copy = text == nullptr ? "" : text;
     std::free(text);
     return copy;
 }

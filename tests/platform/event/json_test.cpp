@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <sstream>
 
@@ -59,7 +60,7 @@ std::string part(const EventBuilder &event, const char *name)
         return "(none)";
     }
     char *text = json_dumps(items, JSON_COMPACT);
-    const std::string copy = text == nullptr ? "(unwritable)" : text;
+    std::string copy = text == nullptr ? "(unwritable)" : text;
     std::free(text);
     return copy;
 }
@@ -399,7 +400,8 @@ struct OddAllocator {
             return nullptr;
         }
         ++live;
-        return static_cast<char *>(std::malloc(size + HEADER)) + HEADER;
+        auto *block = static_cast<char *>(std::malloc(size + HEADER));
+        return std::next(block, HEADER);
     }
     static void release(void *block)
     {
