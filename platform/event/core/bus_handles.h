@@ -44,7 +44,7 @@ public:
     [[nodiscard]] const char *text() const { return error.message == nullptr ? "" : error.message; }
 
 private:
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
 };
 
 /** A file descriptor; -1 when it holds none. */
