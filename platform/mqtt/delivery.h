@@ -52,8 +52,8 @@ private:
     void finish(std::size_t size);
 
     OutboundQueue &queue;
-    std::deque<OutboundMessage> next;                   // taken from the queue, not yet handed over
-    std::deque<Written> beingWritten;                   // QoS 0 with libmosquitto, in order
+    std::deque<OutboundMessage> next;            // taken from the queue, not yet handed over
+    std::deque<Written> beingWritten;            // QoS 0 with libmosquitto, in order
     std::unordered_multimap<int, Sent> inFlight; // QoS 1 and 2 by message id
     std::size_t inFlightQos2 = 0;
     std::size_t handedBytes = 0;
