@@ -138,6 +138,9 @@ void Connection::beginAttempt(BrokerLink &link)
     const auto limit = std::min(CONNECT_TIME, std::chrono::seconds(parts.settings.keepalive));
     errno = 0;
     const int code = link.connect(onlyIpv4);
+    if (stopRequested) {
+        return; // perhaps long ago: nobody wants to know any more
+    }
     deadline = now() + limit;
     check(link, code);
 }
@@ -269,11 +272,14 @@ void Connection::watchTime(BrokerLink &link)
     }
     if (!link.wantsWrite()) {
         keepalive.postpone(time);
-    } else if (substitute) {
+        return;
+    }
+    if (substitute) {
         keepalive.wrote(time);
     } else {
         keepalive.pinged(time);
     }
+    check(link, link.write());
 }
 
 void Connection::fail(BrokerLink &link, const std::string &reason)

@@ -131,6 +131,24 @@ TEST_F(MqttConnectionTest, NoticesABrokerThatFallsSilent)
     EXPECT_TRUE(connected(2));
 }
 
+TEST_F(MqttConnectionTest, NoticesABrokerThatFallsSilentUnderLoad)
+{
+    Broker broker;
+    configure(broker.port(), "keepalive=5");
+    TestClient client;
+    client.init();
+    ASSERT_TRUE(connected());
+    broker.freeze();
+    const std::string payload(10'000, 'x');
+    EXPECT_TRUE(pumpUntil([&] {
+        client.publish("load", payload, 0);
+        client.publish("load", payload, 1);
+        return log.count(G_LOG_LEVEL_WARNING, "MQTT: disconnected from") == 1;
+    }));
+    broker.resume();
+    EXPECT_TRUE(connected(2));
+}
+
 TEST_F(MqttConnectionTest, StaysConnectedWhileNothingHappens)
 {
     Broker broker;
