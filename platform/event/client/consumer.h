@@ -21,7 +21,7 @@
 namespace norq::event {
 
 /** A consumer. All of it may be called from any thread, also from callbacks. */
-class Consumer : private LinkUser {
+class Consumer final : private LinkUser {
 public:
     /** Waits for the service, but not for long. Throws std::system_error. */
     explicit Consumer(const std::string &name);

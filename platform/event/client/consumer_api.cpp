@@ -7,12 +7,22 @@
 
 #include <cstring>
 #include <memory>
+#include <utility>
 
 using namespace norq::event;
 
-/** A consumer behind its C type. */
-struct event_consumer : Consumer {
-    using Consumer::Consumer;
+/**
+ * A consumer behind its C type. Not derived from it: its thread must never see an object that is
+ * only partly there.
+ */
+struct event_consumer {
+    template <typename... Arguments>
+    explicit event_consumer(Arguments &&...arguments)
+        : content(std::forward<Arguments>(arguments)...)
+    {
+    }
+
+    Consumer content;
 };
 
 /** An expression that is being built. */
@@ -84,7 +94,8 @@ int event_consumer_subscribe(event_consumer_t *consumer, const subscribe_express
     g_return_val_if_fail(consumer != nullptr && expression != nullptr && callback != nullptr, -1);
     return withBarrier("Subscribing to events", -1, [&] {
         int id = -1;
-        const Status subscribed = consumer->subscribe(expression->content, callback, user_data, id);
+        const Status subscribed =
+            consumer->content.subscribe(expression->content, callback, user_data, id);
         if (!subscribed) {
             norq_event_log(LOG_ERROR_LEVEL, "Subscribing to events failed: %s",
                            subscribed.text().c_str());
@@ -98,5 +109,5 @@ int event_consumer_unsubscribe(event_consumer_t *consumer, int subscription_id, 
 {
     g_return_val_if_fail(consumer != nullptr && flags == 0, 0);
     return withBarrier("Unsubscribing", 0,
-                       [&] { return consumer->unsubscribe(subscription_id) ? 1 : 0; });
+                       [&] { return consumer->content.unsubscribe(subscription_id) ? 1 : 0; });
 }

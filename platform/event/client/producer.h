@@ -17,7 +17,7 @@
 namespace norq::event {
 
 /** A producer. All of it may be called from any thread. */
-class Producer : private LinkUser {
+class Producer final : private LinkUser {
 public:
     /** Waits for the service, but no longer than `longestWait`. Throws std::system_error. */
     Producer(const std::string &name, void *userData, std::chrono::milliseconds longestWait);

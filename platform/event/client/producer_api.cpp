@@ -7,12 +7,22 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 using namespace norq::event;
 
-/** A producer behind its C type. */
-struct event_producer : Producer {
-    using Producer::Producer;
+/**
+ * A producer behind its C type. Not derived from it: its thread must never see an object that is
+ * only partly there.
+ */
+struct event_producer {
+    template <typename... Arguments>
+    explicit event_producer(Arguments &&...arguments)
+        : content(std::forward<Arguments>(arguments)...)
+    {
+    }
+
+    Producer content;
 };
 
 namespace {
@@ -61,7 +71,7 @@ void event_producer_free(event_producer_t *producer)
 void *event_producer_get_user_data(const event_producer_t *producer)
 {
     g_return_val_if_fail(producer != nullptr, nullptr);
-    return producer->userData();
+    return producer->content.userData();
 }
 
 int event_producer_declare(event_producer_t *producer, const event_declaration_t *declaration)
@@ -69,8 +79,8 @@ int event_producer_declare(event_producer_t *producer, const event_declaration_t
     g_return_val_if_fail(producer != nullptr && declaration != nullptr, -1);
     return withBarrier("Declaring events", -1, [&] {
         int id = -1;
-        const Status declared =
-            producer->declare(std::make_shared<const Declaration>(declaration->content), id);
+        const Status declared = producer->content.declare(
+            std::make_shared<const Declaration>(declaration->content), id);
         if (!declared) {
             norq_event_log(LOG_ERROR_LEVEL, "Declaring events failed: %s", declared.text().c_str());
             return -1;
@@ -82,7 +92,7 @@ int event_producer_declare(event_producer_t *producer, const event_declaration_t
 int event_producer_undeclare(event_producer_t *producer, int declaration_id)
 {
     g_return_val_if_fail(producer != nullptr, 0);
-    return reported(nullptr, [&] { return producer->undeclare(declaration_id); });
+    return reported(nullptr, [&] { return producer->content.undeclare(declaration_id); });
 }
 
 event_t *event_producer_prepare_event(event_producer_t *producer, int declaration_id,
@@ -90,12 +100,13 @@ event_t *event_producer_prepare_event(event_producer_t *producer, int declaratio
 {
     g_return_val_if_fail(producer != nullptr, nullptr);
     std::unique_ptr<event_t> prepared;
-    reported(error, [&] { return producer->prepare(declaration_id, utc_time_us, prepared); });
+    reported(error,
+             [&] { return producer->content.prepare(declaration_id, utc_time_us, prepared); });
     return prepared.release();
 }
 
 int event_producer_send_event(event_producer_t *producer, const event_t *event, GError **error)
 {
     g_return_val_if_fail(producer != nullptr && event != nullptr, 0);
-    return reported(error, [&] { return producer->send(*event); });
+    return reported(error, [&] { return producer->content.send(*event); });
 }

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -31,34 +30,62 @@ std::string callForText(RawClient &client, const char *interface, const char *me
     return text;
 }
 
-/** Methods and arguments of the service's interface as "Method name:type:direction ...". */
-std::set<std::string> methodsIn(const std::string &xml)
-{
-    const std::regex interfaceRegex("<interface name=\"com.norq.EventService1\">([\\s\\S]*?)"
-                                    "</interface>");
-    const std::regex methodRegex("<method name=\"(\\w+)\">([\\s\\S]*?)</method>");
-    const std::regex argumentRegex(
-        "<arg\\s+(?:name=\"(\\w+)\"\\s+type=\"([^\"]+)\"|type=\"([^\"]+)\"\\s+name=\"(\\w+)\")"
-        "\\s+direction=\"(\\w+)\"");
-    std::smatch found;
-    std::set<std::string> methods;
-    if (!std::regex_search(xml, found, interfaceRegex)) {
-        return methods;
+/** Collects the methods of the service's interface from a description in XML. */
+class MethodReader {
+public:
+    /** Methods with their arguments as "Method name:type:direction ...". */
+    static std::set<std::string> read(const std::string &xml)
+    {
+        MethodReader reader;
+        const GMarkupParser parser = {onStart, onEnd, nullptr, nullptr, nullptr};
+        GMarkupParseContext *context =
+            g_markup_parse_context_new(&parser, GMarkupParseFlags{}, &reader, nullptr);
+        EXPECT_TRUE(g_markup_parse_context_parse(context, xml.c_str(),
+                                                 static_cast<gssize>(xml.size()), nullptr));
+        g_markup_parse_context_free(context);
+        return reader.methods;
     }
-    const std::string body = found[1];
-    for (std::sregex_iterator method(body.begin(), body.end(), methodRegex), end; method != end;
-         ++method) {
-        std::string text = (*method)[1];
-        const std::string arguments = (*method)[2];
-        for (std::sregex_iterator argument(arguments.begin(), arguments.end(), argumentRegex);
-             argument != end; ++argument) {
-            text += " " + (*argument)[1].str() + (*argument)[4].str() + ":" + (*argument)[2].str() +
-                    (*argument)[3].str() + ":" + (*argument)[5].str();
+
+private:
+    static std::string attribute(const gchar **names, const gchar **values, const char *wanted)
+    {
+        for (; *names != nullptr; ++names, ++values) {
+            if (std::string(*names) == wanted) {
+                return *values;
+            }
         }
-        methods.insert(text);
+        return "";
     }
-    return methods;
-}
+
+    static void onStart(GMarkupParseContext * /*context*/, const gchar *element,
+                        const gchar **names, const gchar **values, gpointer self,
+                        GError ** /*error*/)
+    {
+        auto *reader = static_cast<MethodReader *>(self);
+        const std::string name = attribute(names, values, "name");
+        if (std::string(element) == "interface") {
+            reader->inside = name == BUS_INTERFACE;
+        } else if (std::string(element) == "method") {
+            reader->method = name;
+        } else if (std::string(element) == "arg") {
+            reader->method += " " + name + ":" + attribute(names, values, "type") + ":" +
+                              attribute(names, values, "direction");
+        }
+    }
+
+    static void onEnd(GMarkupParseContext * /*context*/, const gchar *element, gpointer self,
+                      GError ** /*error*/)
+    {
+        auto *reader = static_cast<MethodReader *>(self);
+        if (reader->inside && std::string(element) == "method") {
+            reader->methods.insert(reader->method);
+        }
+    }
+
+    bool inside = false;
+    std::string method;
+    std::set<std::string> methods;
+};
 
 TEST_F(BusSurface, TheIntrospectionIsWhatTheInstalledDescriptionSays)
 {
@@ -66,10 +93,10 @@ TEST_F(BusSurface, TheIntrospectionIsWhatTheInstalledDescriptionSays)
     std::ifstream file(INTERFACE_XML);
     std::stringstream described;
     described << file.rdbuf();
-    const auto live =
-        methodsIn(callForText(client, "org.freedesktop.DBus.Introspectable", "Introspect"));
+    const auto live = MethodReader::read(
+        callForText(client, "org.freedesktop.DBus.Introspectable", "Introspect"));
     EXPECT_EQ(live.size(), 6U);
-    EXPECT_EQ(live, methodsIn(described.str()));
+    EXPECT_EQ(live, MethodReader::read(described.str()));
 }
 
 TEST_F(BusSurface, DeclarationsAreListedAsJson)

@@ -106,7 +106,8 @@ TEST_F(Lifecycle, AServiceThatIsAbsentAtTheStartIsJoinedWhenItComes)
     ErrorSlot error;
     EXPECT_FALSE(sendNumber(producer.get(), id, 1, error.out()));
     EXPECT_EQ(error.code(), EVENT_ERROR_UNAVAILABLE);
-    EXPECT_EQ(logs.count(G_LOG_LEVEL_INFO, "waits for the event service"), 2);
+    EXPECT_TRUE(waitUntil(
+        [&] { return logs.count(G_LOG_LEVEL_INFO, "waits for the event service") == 2; }));
 
     restartDaemon();
     ASSERT_TRUE(waitUntil([&] {
