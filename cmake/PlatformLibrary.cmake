@@ -20,6 +20,8 @@ function(norq_add_library name)
     list(JOIN ARG_REQUIRES " " requires)
     set(pc_name norq-${name})
     set(pc_description "${ARG_DESCRIPTION}")
+    file(RELATIVE_PATH pc_to_prefix
+         ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
     configure_file(${PROJECT_SOURCE_DIR}/cmake/platform.pc.in
                    ${CMAKE_CURRENT_BINARY_DIR}/norq-${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/norq-${name}.pc
