@@ -31,7 +31,7 @@ void endOnSignals(sd_event *loop)
         sigset_t set;
         sigemptyset(&set);
         sigaddset(&set, number);
-        sigprocmask(SIG_BLOCK, &set, nullptr);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
         check(sd_event_add_signal(loop, nullptr, number, nullptr, nullptr), "watching signals");
     }
 }
@@ -39,7 +39,7 @@ void endOnSignals(sd_event *loop)
 /** The connection has left its event loop by now: the loop is given instead. */
 int onDisconnected(sd_bus_message * /*message*/, void *loop, sd_bus_error * /*error*/)
 {
-    norq_event_log(event::LOG_ERROR_LEVEL, "The system bus is gone, the device services end");
+    norq_event_log(norq::event::LOG_ERROR_LEVEL, "The system bus is gone, the device services end");
     return sd_event_exit(static_cast<sd_event *>(loop), EXIT_FAILURE);
 }
 
@@ -53,12 +53,12 @@ void watchDisconnection(sd_bus *bus, sd_event *loop)
 
 int serve()
 {
-    event::EventLoop loop;
-    check(sd_event_default(event::Out(loop)), "making the event loop");
+    norq::event::EventLoop loop;
+    check(sd_event_default(norq::event::Out(loop)), "making the event loop");
     endOnSignals(loop.get());
 
-    event::Bus bus;
-    check(sd_bus_open_system_with_description(event::Out(bus), "norq-deviced"),
+    norq::event::Bus bus;
+    check(sd_bus_open_system_with_description(norq::event::Out(bus), "norq-deviced"),
           "connecting to the bus");
     watchDisconnection(bus.get(), loop.get());
     check(sd_bus_attach_event(bus.get(), loop.get(), SD_EVENT_PRIORITY_NORMAL),
@@ -96,7 +96,7 @@ int main()
     try {
         return serve();
     } catch (const std::exception &failure) {
-        norq_event_log(event::LOG_ERROR_LEVEL, "The device services end: %s", failure.what());
+        norq_event_log(norq::event::LOG_ERROR_LEVEL, "The device services end: %s", failure.what());
         return EXIT_FAILURE;
     }
 }

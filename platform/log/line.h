@@ -1,13 +1,14 @@
 /** What becomes of a message before it is written: one line, a priority, a bound. */
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace norq::log {
 
 /** Most bytes of a message that are logged; what is beyond is counted instead. */
-inline constexpr std::size_t MAX_MESSAGE = 32 * 1024;
+inline constexpr std::size_t MAX_MESSAGE = std::size_t{32} * 1024;
 
 /**
  * The message as one line of valid UTF-8. Control characters, line and paragraph separators and

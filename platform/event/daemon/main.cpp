@@ -30,7 +30,7 @@ void endOnSignals(sd_event *loop)
         sigset_t set;
         sigemptyset(&set);
         sigaddset(&set, number);
-        sigprocmask(SIG_BLOCK, &set, nullptr);
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
         check(sd_event_add_signal(loop, nullptr, number, nullptr, nullptr), "watching signals");
     }
 }
