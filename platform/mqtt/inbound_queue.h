@@ -44,7 +44,7 @@ public:
      * @param prefix   device topic prefix
      * @param ioThread woken when there is room again
      */
-    InboundQueue(Limits limits, Receiver receiver, std::shared_ptr<const SubscriptionTable> table,
+    InboundQueue(Limits bounds, Receiver target, std::shared_ptr<const SubscriptionTable> table,
                  std::string prefix, std::shared_ptr<WakeFd> ioThread);
 
     /** Starts the calls of the callback. */

@@ -32,7 +32,7 @@ G_BEGIN_DECLS
  * tags), and of its values (an integer or double counts 8, a boolean 1). Also the largest sum of
  * the texts of a declaration or expression.
  */
-#define EVENT_MAX_SIZE (256 * 1024)
+#define EVENT_MAX_SIZE 262144
 /** Most declarations of one producer, and most subscriptions of one consumer. */
 #define EVENT_MAX_IDS 4096
 
