@@ -33,6 +33,9 @@ gboolean confutils_set_file_contents_with_sync_mode(const char *path, const char
 /**
  * Removes temporary files of `path` that a killed process left behind; one that a living process
  * is still writing is left alone. To be called before `path` is loaded. Failures are not reported.
+ *
+ * A device's own library must provide this function too, because the service calls it; an empty one
+ * will do, as long as confutils_set_file_contents_with_sync_mode() sweeps on the way.
  */
 void confutils_sweep_temporary_files(const char *path);
 
