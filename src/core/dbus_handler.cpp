@@ -8,6 +8,7 @@
 #include <glib-unix.h>
 
 #include <csignal>
+#include <cstring>
 
 namespace tovrel {
 
@@ -17,6 +18,11 @@ constexpr const char *SERVICE_NAME = "com.norq.Tovrel1";
 constexpr const char *OBJECT_PATH = "/com/norq/Tovrel1";
 constexpr const char *LEGACY_INTERFACE = "com.norq.Tovrel1";
 constexpr const char *API_INTERFACE = "com.norq.Mirel.Backend1";
+
+// sd-bus wants the unused bytes of a table's entries to be zero. Static data is, and copying a
+// table as a whole, not entry by entry, keeps it so.
+const sd_bus_vtable LEGACY_METHODS[] = {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END};
+const sd_bus_vtable API_METHODS[] = {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END};
 
 /** sd-bus makes this signal up itself when the connection has ended; no bus daemon sends it. */
 constexpr const char *LOCAL_SENDER = "org.freedesktop.DBus.Local";
@@ -49,11 +55,12 @@ gboolean onTerminationSignal(gpointer /*data*/)
 
 } // namespace
 
-DbusHandler::DbusHandler(BaseEventBridge &ownBridge)
-    : bridge(&ownBridge),
-      legacyMethods{{SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END}},
-      apiMethods{{SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END}}
+DbusHandler::DbusHandler(BaseEventBridge &ownBridge) : bridge(&ownBridge)
 {
+    static_assert(sizeof(legacyMethods) == sizeof(LEGACY_METHODS));
+    static_assert(sizeof(apiMethods) == sizeof(API_METHODS));
+    std::memcpy(legacyMethods.data(), LEGACY_METHODS, sizeof(LEGACY_METHODS));
+    std::memcpy(apiMethods.data(), API_METHODS, sizeof(API_METHODS));
     openBus();
     addObject();
     requestName();

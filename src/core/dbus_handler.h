@@ -50,9 +50,10 @@ private:
     BaseEventBridge *bridge;
     sd_bus *bus = nullptr;
     sd_event *eventLoop = nullptr;
-    // Both tables stand between a start and an end entry; sd-bus reads them where they are.
-    std::array<sd_bus_vtable, 2> legacyMethods;
-    std::array<sd_bus_vtable, 2> apiMethods;
+    // Both tables stand between a start and an end entry; sd-bus reads them where they are. To be
+    // filled byte by byte only: see the tables in the source.
+    std::array<sd_bus_vtable, 2> legacyMethods{};
+    std::array<sd_bus_vtable, 2> apiMethods{};
     guint mainLoopSourceId = 0;
 };
 

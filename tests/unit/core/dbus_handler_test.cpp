@@ -1,6 +1,11 @@
 #include "unit/core/dbus_fixture.h"
 
+#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstddef>
+#include <memory>
+#include <new>
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -48,6 +53,25 @@ TEST_F(DbusHandlerConstruction, DelimitsBothTablesWithStartAndEndEntries)
         EXPECT_EQ(table.entries[1].type, _SD_BUS_VTABLE_END);
     }
     EXPECT_NE(bus.tables[0].entries, bus.tables[1].entries);
+}
+
+TEST_F(DbusHandlerConstruction, ZeroesTheUnusedBytesOfBothTables)
+{
+    // Memory that was used before, as the heap gives it.
+    alignas(DbusHandler) std::array<std::byte, sizeof(DbusHandler)> storage{};
+    storage.fill(std::byte{0xA5});
+    auto *const handler = new (storage.data()) DbusHandler(bridge);
+
+    ASSERT_EQ(bus.tables.size(), 2U);
+    for (const auto &table : bus.tables) {
+        const auto *const start = reinterpret_cast<const std::byte *>(&table.entries[0].x);
+        const auto *const end = reinterpret_cast<const std::byte *>(&table.entries[1].x);
+        const std::size_t size = sizeof(table.entries[0].x);
+        const auto isZero = [](std::byte byte) { return byte == std::byte{0}; };
+        EXPECT_TRUE(std::all_of(start + sizeof(table.entries[0].x.start), start + size, isZero));
+        EXPECT_TRUE(std::all_of(end, end + size, isZero));
+    }
+    std::destroy_at(handler);
 }
 
 TEST_F(DbusHandlerConstruction, ThrowsWhenTheBusCannotBeOpened)
@@ -169,7 +193,10 @@ TEST_F(DbusHandlerStart, CarriesTheLossOfTheBusToTheMainLoop)
 {
     const CHandle<GMainLoop, g_main_loop_unref> loop(g_main_loop_new(nullptr, FALSE));
     handler.start();
-    sources.whileRunning = [this] { EXPECT_EQ(FakeSdBus::callHandler(bus.matched), 0); };
+    sources.whileRunning = [this] {
+        EXPECT_EQ(FakeSdBus::callHandler(bus.matched), 0);
+        g_main_context_iteration(nullptr, FALSE);
+    };
 
     EXPECT_EQ(thrownMessage([&loop] { runMainLoop(loop.get()); }),
               "Lost the connection to the system bus");
