@@ -1,5 +1,6 @@
 #include "interfaces/callback_barrier.h"
 
+#include "interfaces/c_handles.h"
 #include "interfaces/log.h"
 
 #include <mutex>
@@ -10,9 +11,10 @@ namespace {
 
 /** Where an exception waits for the main loop to end. */
 struct Carrier {
-    std::mutex mutex; // guards both members: a callback may run on any thread
+    std::mutex mutex; // guards all members: a callback may run on any thread
     std::exception_ptr exception;
-    GMainLoop *loop = nullptr;
+    GMainLoop *loop = nullptr; // from before the loop runs until it has ended
+    CHandle<GSource, g_source_unref> quitSource;
 };
 
 Carrier &carrier()
@@ -21,33 +23,63 @@ Carrier &carrier()
     return instance;
 }
 
-void throwCarried()
+void throwIfAny(const std::exception_ptr &exception)
 {
-    std::exception_ptr exception;
-    {
-        const std::lock_guard lock(carrier().mutex);
-        exception = std::exchange(carrier().exception, nullptr);
-    }
     if (exception) {
         std::rethrow_exception(exception);
     }
 }
 
-void setLoop(GMainLoop *loop)
+gboolean quitLoop(gpointer loop)
+{
+    g_main_loop_quit(static_cast<GMainLoop *>(loop));
+    return G_SOURCE_REMOVE;
+}
+
+/**
+ * Lets the loop quit itself. Quitting it from here would be lost when it is about to be run: a
+ * loop that starts forgets that it was quit, but not the sources of its context. The priority puts
+ * the source before all others, so that a busy one cannot keep the loop running.
+ */
+CHandle<GSource, g_source_unref> attachQuitSource(GMainLoop *loop)
+{
+    CHandle<GSource, g_source_unref> source(g_idle_source_new());
+    g_source_set_priority(source.get(), G_PRIORITY_HIGH);
+    g_source_set_callback(source.get(), quitLoop, loop, nullptr);
+    g_source_attach(source.get(), g_main_loop_get_context(loop));
+    return source;
+}
+
+/** From here on a carried exception quits `loop`; one that was carried before is handed back. */
+std::exception_ptr enterLoop(GMainLoop *loop)
+{
+    // One look and one note under one lock: nothing can be carried unseen between the two.
+    const std::lock_guard lock(carrier().mutex);
+    if (!carrier().exception) {
+        carrier().loop = loop;
+    }
+    return std::exchange(carrier().exception, nullptr);
+}
+
+/** The loop has ended: hands back what was carried, and leaves nothing that quits a later run. */
+std::exception_ptr leaveLoop()
 {
     const std::lock_guard lock(carrier().mutex);
-    carrier().loop = loop;
+    carrier().loop = nullptr;
+    if (carrier().quitSource) {
+        g_source_destroy(carrier().quitSource.get());
+        carrier().quitSource.reset();
+    }
+    return std::exchange(carrier().exception, nullptr);
 }
 
 } // namespace
 
 void runMainLoop(GMainLoop *loop)
 {
-    throwCarried();
-    setLoop(loop);
+    throwIfAny(enterLoop(loop));
     g_main_loop_run(loop);
-    setLoop(nullptr);
-    throwCarried();
+    throwIfAny(leaveLoop());
 }
 
 namespace barrier {
@@ -55,11 +87,12 @@ namespace barrier {
 void carryCurrentException() noexcept
 {
     const std::lock_guard lock(carrier().mutex);
-    if (!carrier().exception) {
-        carrier().exception = std::current_exception();
+    if (carrier().exception) {
+        return;
     }
+    carrier().exception = std::current_exception();
     if (carrier().loop != nullptr) {
-        g_main_loop_quit(carrier().loop);
+        carrier().quitSource = attachQuitSource(carrier().loop);
     }
 }
 

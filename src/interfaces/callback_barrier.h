@@ -24,7 +24,10 @@ void runMainLoop(GMainLoop *loop);
 
 namespace barrier {
 
-/** Keeps the exception in flight unless one is kept already, and quits the running loop. */
+/**
+ * Keeps the exception in flight unless one is kept already, and lets the loop of runMainLoop() quit
+ * itself as the next thing it does, also when it is only about to run. Any thread.
+ */
 void carryCurrentException() noexcept;
 
 /** Logs the exception in flight as coming from `callbackName`. */

@@ -2,6 +2,7 @@
 
 #include "fakes/log_capture.h"
 #include "interfaces/c_handles.h"
+#include "unit/interfaces/interleaving.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -152,6 +153,53 @@ TEST_F(CallbackBarrier, CarriesFromAnyThread)
 
     EXPECT_EQ(runAndCatch(), "first");
     other.join();
+}
+
+/** Carries an exception on another thread, which has ended when this returns. */
+void carryElsewhere()
+{
+    std::thread([] { throwFirst(nullptr); }).join();
+}
+
+TEST_F(CallbackBarrier, LosesNothingThatIsCarriedWhileTheLoopIsRegistered)
+{
+    afterNextUnlock(carryElsewhere);
+    EXPECT_EQ(runAndCatch(), "first");
+}
+
+TEST_F(CallbackBarrier, LosesNothingThatIsCarriedJustBeforeTheLoopRuns)
+{
+    beforeNextLoop(carryElsewhere);
+    EXPECT_EQ(runAndCatch(), "first");
+}
+
+TEST_F(CallbackBarrier, LosesNothingThatIsCarriedJustAfterTheLoopWasQuit)
+{
+    afterNextLoop(carryElsewhere);
+    g_idle_add(quitLoop, loop.get());
+    EXPECT_EQ(runAndCatch(), "first");
+
+    bool ran = false;
+    g_timeout_add_full(
+        G_PRIORITY_HIGH + 1, 0,
+        [](gpointer flag) -> gboolean {
+            *static_cast<bool *>(flag) = true;
+            return G_SOURCE_REMOVE;
+        },
+        &ran, nullptr);
+    g_idle_add(quitLoop, loop.get());
+    EXPECT_EQ(runAndCatch(), "") << "the next run starts clean";
+    EXPECT_TRUE(ran) << "nothing of the former run ends the next one";
+}
+
+TEST_F(CallbackBarrier, EndsTheLoopBesideABusySource)
+{
+    const guint busy = g_timeout_add_full(
+        G_PRIORITY_DEFAULT, 0, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr,
+        nullptr);
+    beforeNextLoop(carryElsewhere);
+    EXPECT_EQ(runAndCatch(), "first");
+    g_source_remove(busy);
 }
 
 class LoggingBarrier : public ::testing::Test {
