@@ -3,12 +3,14 @@
  * its end, static destructors included, and reads what the child tells.
  */
 #include "fakes/call_record.h"
+#include "fakes/fake_config_paths.h"
 #include "fakes/fake_confutils.h"
 #include "fakes/fake_event.h"
 #include "fakes/fake_glib_sources.h"
 #include "fakes/fake_mqtt.h"
 #include "fakes/fake_sdbus.h"
 #include "fakes/log_capture.h"
+#include "mqtt/config_paths.h"
 
 #include <norq/log.h>
 
@@ -154,6 +156,24 @@ TEST_F(MainDeathTest, EndsWithFailureWhenTheBusIsLost)
                           "tovrel: Lost the connection to the system bus, could not start\n"));
 }
 
+/** Runs main() with a file of the former format whose items cannot be saved. */
+[[noreturn]] void runMainWithFailingMigration()
+{
+    // Written here, in the child, because the folder goes with the process that makes it.
+    writeFile(tovrel::legacySubscriptionsFile(), "a\n0\n0\n0\n");
+    failCall("confutils_set_file_contents_with_sync_mode");
+    runMain();
+}
+
+TEST_F(MainDeathTest, EndsWithFailureWhenMigratedItemsCannotBeSaved)
+{
+    EXPECT_EXIT(runMainWithFailingMigration(), ExitedWithCode(1),
+                AllOf(HasSubstr("256 Could not save MQTT-to-event configurations to file: Failed "
+                                "to write\n256 Exception when starting tovrel: Could not store "
+                                "configuration, could not start\n"),
+                      Not(HasSubstr("<g_main_loop_run>"))));
+}
+
 TEST_F(MainDeathTest, EndsWithSuccessWhenTheMqttClientCannotBeInitialised)
 {
     failCall("MQTTMsg_init");
@@ -180,6 +200,21 @@ TEST_F(MainDeathTest, EndsWithSuccessAfterTerminatingItself)
                       HasSubstr("<sd_bus_release_name_async com.norq.Tovrel1>\n<MQTTMsg_delete>\n"
                                 "<g_main_loop_quit>"),
                       HasSubstr("after the bridge:\nclients left: 0, producers left: 0")));
+}
+
+TEST_F(MainDeathTest, EndsWithSuccessWhenTheNameCannotBeReleased)
+{
+    bus.answer("sd_bus_release_name_async", -ENOTCONN);
+    sources.whileRunning = [this] {
+        for (const auto &timeout : sources.attached("timeout")) {
+            sources.dispatch(timeout.id);
+        }
+    };
+    EXPECT_EXIT(runMain(), ExitedWithCode(0),
+                AllOf(HasSubstr("64 Releasing DBus name\n64 Could not release DBus name.\n"),
+                      HasSubstr("<g_main_loop_quit>\n<MQTTMsg_delete>\n"),
+                      Not(HasSubstr("Exception")),
+                      HasSubstr("clients left: 0, producers left: 0")));
 }
 
 } // namespace
