@@ -5,6 +5,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 
@@ -29,14 +30,11 @@ constexpr std::array TOPIC{TopicLevel{"topic0", "Device", "tns1"},
 
 bool addTopic(event_declaration_t *declaration)
 {
-    for (const TopicLevel &level : TOPIC) {
-        if (!event_declaration_add_key_value(declaration, level.key,
-                                             event_value_string(level.value), nullptr) ||
-            !event_declaration_set_name_space(declaration, level.key, level.nameSpace)) {
-            return false;
-        }
-    }
-    return true;
+    return std::ranges::all_of(TOPIC, [declaration](const TopicLevel &level) {
+        return event_declaration_add_key_value(declaration, level.key,
+                                               event_value_string(level.value), nullptr) &&
+               event_declaration_set_name_space(declaration, level.key, level.nameSpace);
+    });
 }
 
 bool addItem(event_declaration_t *declaration, const char *key, const char *niceName)
