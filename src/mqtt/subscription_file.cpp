@@ -6,6 +6,7 @@
 
 #include <norq/confutils.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -120,7 +121,9 @@ void migrateLegacySubscriptionFile(const char *legacyPath, const char *path,
     }
     file.close();
     if (std::remove(legacyPath) != 0) {
-        tovrel_log(LOG_LEVEL_WARN, "%sCould not delete %s", LOG_PREFIX, legacyPath);
+        const int reason = errno;
+        tovrel_log(LOG_LEVEL_WARN, "%sCould not delete %s: %s", LOG_PREFIX, legacyPath,
+                   g_strerror(reason));
     }
     saveSubscriptionFile(path, store);
 }
