@@ -219,8 +219,9 @@ int event_producer_undeclare(event_producer_t * /*producer*/, int declaration_id
 }
 
 event_t *event_producer_prepare_event(event_producer_t * /*producer*/, int declaration_id,
-                                      int64_t /*utc_time_us*/, GError **error)
+                                      int64_t utc_time_us, GError **error)
 {
+    fakeEvents().preparedTimeUs = utc_time_us;
     if (!begin("event_producer_prepare_event", std::to_string(declaration_id), error)) {
         return nullptr;
     }

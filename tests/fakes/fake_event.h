@@ -7,6 +7,7 @@
 
 #include <norq/event_producer.h>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -48,6 +49,8 @@ struct FakeEvents {
     /** Message of a failing call that reports an error; none: the error stays unset. */
     std::optional<std::string> failureMessage = "scripted failure";
     int nextId = 0;
+    /** Time that the last event was prepared with, in microseconds; 0: the time of sending. */
+    std::optional<std::int64_t> preparedTimeUs;
     /** Objects that were created and not freed. */
     int livingProducers = 0;
     int livingDeclarations = 0;

@@ -1,5 +1,6 @@
 #include "fakes/call_record.h"
 #include "fakes/fake_mqtt.h"
+#include "unit/mqtt/failing_lock.h"
 #include "unit/mqtt/running_bridge.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,9 @@
 #include <chrono>
 #include <future>
 #include <string>
+#include <system_error>
 #include <thread>
+#include <vector>
 
 namespace tovrel::test {
 
@@ -20,12 +23,23 @@ class PublishTest : public RunningBridgeTest {
 protected:
     void publish() { bridge->publish("t", false, "p", 1, 0, false); }
 
-    /** Whether another thread can publish now. */
+    void TearDown() override
+    {
+        for (auto &publisher : publishers) {
+            publisher.get();
+        }
+        RunningBridgeTest::TearDown();
+    }
+
+    /** Whether another thread can publish now. If not, it is waited for in the end. */
     bool canPublishElsewhere()
     {
-        auto published = std::async(std::launch::async, [&] { publish(); });
-        return published.wait_for(DEADLINE) == std::future_status::ready;
+        publishers.push_back(std::async(std::launch::async, [&] { publish(); }));
+        return publishers.back().wait_for(DEADLINE) == std::future_status::ready;
     }
+
+private:
+    std::vector<std::future<void>> publishers;
 };
 
 } // namespace
@@ -119,6 +133,18 @@ TEST_F(PublishTest, NoLockIsHeldWhileARefusedSubscriptionIsLogged)
         log.onLine = nullptr;
     });
     EXPECT_EQ(count, 2);
+}
+
+TEST_F(PublishTest, AFailureToLockIsThrownAndNothingIsPublished)
+{
+    whileRunning([&] {
+        failNextLock();
+        EXPECT_THROW(publish(), std::system_error);
+        EXPECT_EQ(recordedCalls(), Calls());
+        publish();
+        EXPECT_EQ(recordedCalls().size(), 1U) << "the lock was not left taken";
+    });
+    EXPECT_EQ(log.take(), Lines());
 }
 
 TEST_F(PublishTest, CallsFromTwoThreadsNeverOverlapInTheClient)
