@@ -23,21 +23,25 @@ constexpr int MAX_ROUNDS = 8;
 
 int Delivery::run(BrokerLink &link)
 {
-    int code = MOSQ_ERR_SUCCESS;
+    int code = link.wantsWrite() ? link.write() : MOSQ_ERR_SUCCESS;
     for (int round = 0; round < MAX_ROUNDS && code == MOSQ_ERR_SUCCESS; ++round) {
-        if (next.empty()) {
-            queue.takeAll(next);
+        if (!refill() || !hasWork()) {
+            break;
         }
         handOver(link);
         if (link.wantsWrite()) {
             code = link.write();
         }
-        if (next.empty() || !fits(next.front())) {
-            break;
-        }
     }
+    // The wake-up for what is in the queue now may be used up: hasWork() has to know of it.
+    refill();
     settle();
     return code;
+}
+
+bool Delivery::refill()
+{
+    return !next.empty() || queue.takeAll(next);
 }
 
 bool Delivery::hasWork() const

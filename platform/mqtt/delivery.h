@@ -46,6 +46,7 @@ private:
         int qos;
     };
 
+    bool refill();
     void handOver(BrokerLink &link);
     [[nodiscard]] bool fits(const OutboundMessage &message) const;
     void record(int messageId, const OutboundMessage &message);

@@ -77,7 +77,9 @@ TEST_F(MqttConnectionTest, ForgetsAtTheBrokerWhatWasUnsubscribedWhileItWasAway)
     client.received.clear();
     broker.publish({"-t", "a", "-m", "nobody wants this", "-q", "1"});
     EXPECT_TRUE(hears(broker, client, "b"));
-    EXPECT_EQ(client.received.size(), 1U);
+    for (const Received &message : client.received) {
+        EXPECT_EQ(message.topic, "b");
+    }
 }
 
 TEST_F(MqttConnectionTest, UsesUserAndPassword)

@@ -116,9 +116,15 @@ bool MqttTest::logged(int level, const std::string &part, int times) const
 
 bool MqttTest::hears(Broker &broker, TestClient &client, const std::string &topic)
 {
+    // The subscription may not have reached the broker yet.
     const std::size_t before = client.received.size();
-    broker.publish({"-t", topic, "-m", "hello", "-q", "1"});
-    return pumpUntil([&] { return client.received.size() > before; });
+    const bool heard = pumpUntil([&] {
+        broker.publish({"-t", topic, "-m", "hello", "-q", "1"});
+        return client.received.size() > before;
+    });
+    // With this one all that were published before have arrived.
+    broker.publish({"-t", topic, "-m", "last", "-q", "1"});
+    return heard && pumpUntil([&] { return client.received.back().payload == "last"; });
 }
 
 } // namespace mqtt_test

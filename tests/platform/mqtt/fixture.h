@@ -77,7 +77,7 @@ protected:
     [[nodiscard]] bool connected(int times = 1) const;
     /** Waits for this many lines of a level that contain a text. */
     [[nodiscard]] bool logged(int level, const std::string &part, int times = 1) const;
-    /** Publishes a message that everybody subscribed can see and waits until `client` gets it. */
+    /** Publishes to a topic until `client` gets it; nothing of that is under way afterwards. */
     static bool hears(Broker &broker, TestClient &client, const std::string &topic);
 
     test_support::TempDirectory folder;

@@ -215,18 +215,23 @@ TEST_F(MqttInboundTest, OtherSourcesOfTheMainLoopGetTheirTurnDuringAFlood)
     ASSERT_TRUE(hears(broker, client, "flood"));
     client.received.clear();
     broker.publish({"-t", "flood", "-m", "x", "-q", "1", "--repeat", "2000"});
-    std::size_t atFirstTimeout = 0;
+    struct Turn {
+        TestClient &client;
+        std::size_t receivedBefore = 0;
+        bool came = false;
+    } turn{client};
     g_timeout_add(
         0,
         [](gpointer data) -> gboolean {
-            auto &[seen, source] = *static_cast<std::pair<std::size_t *, TestClient *> *>(data);
-            *seen = source->received.size() + 1;
+            auto *self = static_cast<Turn *>(data);
+            self->came = true;
+            self->receivedBefore = self->client.received.size();
             return G_SOURCE_REMOVE;
         },
-        new (std::nothrow) std::pair<std::size_t *, TestClient *>(&atFirstTimeout, &client));
+        &turn);
     ASSERT_TRUE(pumpUntil([&] { return client.received.size() == 2000; }));
-    EXPECT_GT(atFirstTimeout, 0U);
-    EXPECT_LE(atFirstTimeout, 65U);
+    EXPECT_TRUE(turn.came);
+    EXPECT_LE(turn.receivedBefore, 64U);
 }
 
 TEST_F(MqttInboundTest, TopicsAreMatchedAndFiltersCheckedByTheRulesOfMqtt)

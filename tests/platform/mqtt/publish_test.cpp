@@ -282,6 +282,26 @@ TEST_F(MqttPublishTest, PlacesOfMessagesThatABrokenConnectionLostAreGivenBack)
     broker.resume();
 }
 
+TEST_F(MqttPublishTest, NoMessageOfABurstWaitsForTheNextWakeUp)
+{
+    Broker broker({"allow_anonymous true", "max_queued_messages 0"});
+    configure(broker.port());
+    TestClient client;
+    client.init();
+    client.subscribe("burst");
+    ASSERT_TRUE(hears(broker, client, "burst"));
+    for (std::size_t burst = 0; burst < 30; ++burst) {
+        client.received.clear();
+        // Around the number of messages after which the I/O thread looks at its other duties.
+        const std::size_t count = 2040 + burst * 50;
+        for (std::size_t i = 0; i < count; ++i) {
+            ASSERT_EQ(client.publish("burst", "x").code, MQTTMSG_OK);
+        }
+        ASSERT_TRUE(pumpUntil([&] { return client.received.size() == count; }))
+            << client.received.size() << " of " << count;
+    }
+}
+
 TEST_F(MqttPublishTest, RetainsWhatIsToBeRetained)
 {
     Broker broker;
