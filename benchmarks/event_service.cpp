@@ -36,10 +36,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using test_support::ChildProcess;
 
-constexpr std::chrono::seconds THROUGHPUT_TIME{4};
+constexpr std::chrono::seconds THROUGHPUT_TIME{3};
 constexpr std::chrono::seconds LATENCY_TIME{3};
 constexpr std::chrono::milliseconds LATENCY_PERIOD{1};
 constexpr std::uint64_t WINDOW = 4096; // sent but not yet received, at most
+constexpr int CROWD = 500;             // subscriptions beside the one that matches
 constexpr std::size_t MAX_SAMPLES = 10000;
 constexpr std::size_t TEXT_SIZE = 240; // with topic, keys and numbers about 300 bytes
 
@@ -116,10 +117,27 @@ void sendAll(Shared &shared, bool forLatency, SendOne sendOne)
     shared.sent = number;
 }
 
-void receiveEvents(Shared &shared)
+/** Subscriptions to other topics, and to other values of an open key of the events sent. */
+void crowd(event_consumer_t *consumer)
+{
+    const auto ignore = [](event_t *event, void *) { event_free(event); };
+    for (int index = 0; index < CROWD; ++index) {
+        subscribe_expression_t *expression = subscribe_expression_new();
+        const std::string value = "other " + std::to_string(index);
+        subscribe_expression_add_key_value(expression, index % 2 == 0 ? "topic0" : "text",
+                                           value.c_str());
+        require(event_consumer_subscribe(consumer, expression, ignore, nullptr) >= 0, "refused");
+        subscribe_expression_free(expression);
+    }
+}
+
+void receiveEvents(Shared &shared, bool crowded)
 {
     event_consumer_t *consumer = event_consumer_new("benchmark receiver");
     require(consumer != nullptr, "no consumer");
+    if (crowded) {
+        crowd(consumer);
+    }
     subscribe_expression_t *expression = subscribe_expression_new();
     subscribe_expression_add_key_value(expression, "topic0", "Benchmark");
     const auto callback = [](event_t *event, void *data) {
@@ -244,6 +262,7 @@ int compare(const std::string &self)
             "the daemon did not start");
 
     const Figures events = measure(self, memory, "events", "throughput");
+    const Figures crowded = measure(self, memory, "events", "crowded");
     const Figures signals = measure(self, memory, "signals", "throughput");
     const Figures eventTimes = measure(self, memory, "events", "latency");
     const Figures signalTimes = measure(self, memory, "signals", "latency");
@@ -253,6 +272,7 @@ int compare(const std::string &self)
         std::printf("%-34s %14.1f %14.1f %8.2f\n", what, ours, theirs, ours / theirs);
     };
     print("sustained, per second", events.rate, signals.rate);
+    print("the same beside 500 subscriptions", crowded.rate, signals.rate);
     print("latency at 1000/s, median, us", eventTimes.median, signalTimes.median);
     print("latency at 1000/s, 99th, us", eventTimes.p99, signalTimes.p99);
     std::printf("%s", daemon.standardError().c_str());
@@ -271,7 +291,8 @@ int main(int argc, char **argv)
         const bool events = std::strcmp(argv[2], "events") == 0;
         const bool forLatency = std::strcmp(argv[3], "latency") == 0;
         if (std::strcmp(argv[1], "receive") == 0) {
-            events ? receiveEvents(shared) : receiveSignals(shared);
+            events ? receiveEvents(shared, std::strcmp(argv[3], "crowded") == 0)
+                   : receiveSignals(shared);
         } else {
             events ? sendEvents(shared, forLatency) : sendSignals(shared, forLatency);
         }

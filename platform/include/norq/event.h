@@ -57,7 +57,8 @@ int event_is_internal(const event_t *event);
 
 /**
  * Non-zero when this delivery is the kept last value of a property, given because the
- * subscription is new; zero for an event that was just sent.
+ * subscription is new, or because the service or the producer came back after a loss of the
+ * service; zero for an event that was just sent.
  */
 int event_is_initial(const event_t *event);
 

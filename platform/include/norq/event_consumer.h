@@ -59,7 +59,10 @@ typedef void (*event_callback_t)(event_t *event, void *user_data);
 /** A consumer: one connection to the event service with a thread of its own. */
 typedef struct event_consumer event_consumer_t;
 
-/** New consumer under a name that the service and its tools show; NULL as event_producer_new(). */
+/**
+ * New consumer under a name that the service and its tools show; NULL as event_producer_new().
+ * Waits for the service, 2 seconds at most.
+ */
 event_consumer_t *event_consumer_new(const char *name);
 
 /**
@@ -73,7 +76,9 @@ void event_consumer_free(event_consumer_t *consumer);
  * is given once to each of them. A new subscription gets the kept last value of every matching
  * property first.
  *
- * Callable from any thread, also from a callback. The callback may run before this returns.
+ * Callable from any thread, also from a callback. The callback may run before this returns. Waits
+ * at most 2 seconds for the service's answer, which cannot come while a callback of this consumer
+ * blocks; the subscription then takes effect later.
  *
  * @return the subscription id (0 or greater), never used again while the consumer lives, or a
  *         negative value, with a log line at the error level, when there are EVENT_MAX_IDS

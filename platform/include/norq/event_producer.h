@@ -74,7 +74,8 @@ typedef struct event_producer event_producer_t;
  * @param name       what the service and its tools show for this client
  * @param user_data  never touched by the library; event_producer_get_user_data() gives it back
  * @param timeout_ms longest time in milliseconds that a call may wait for the service;
- *                   -1 means the default of 2000
+ *                   -1 means the default of 2000. This call itself waits for the service so
+ *                   long, so that a producer can be used at once when the service is there
  * @param flags      must be 0
  * @return the producer, or NULL (with a log line at the error level) when an argument is wrong or
  *         resources are exhausted. An absent event service is not a failure.
@@ -82,7 +83,10 @@ typedef struct event_producer event_producer_t;
 event_producer_t *event_producer_new(const char *name, void *user_data, int timeout_ms,
                                      unsigned int flags);
 
-/** Undeclares everything, closes the connection, ends the thread. NULL is accepted. */
+/**
+ * Undeclares everything, closes the connection, ends the thread. What was sent before is delivered.
+ * NULL is accepted.
+ */
 void event_producer_free(event_producer_t *producer);
 
 /** The pointer given to event_producer_new(). */
@@ -121,7 +125,8 @@ int event_set_value(event_t *event, const char *key, event_value_t value, GError
  *
  * Waits at most the producer's time-out when the service takes events slower than they are sent.
  * On failure nothing was sent: the declaration is gone, an open key is unset, the event is too
- * large, or the service is away.
+ * large, or the service is away. On success the event is on its way; only the end of the service
+ * itself can lose it then.
  */
 int event_producer_send_event(event_producer_t *producer, const event_t *event, GError **error);
 

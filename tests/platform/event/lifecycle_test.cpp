@@ -1,10 +1,17 @@
 /** Clients, the daemon and the bus coming and going. */
+#include "event/core/bus_handles.h"
+#include "event/core/bus_names.h"
 #include "event_handles.h"
 #include "event_service_fixture.h"
 #include "recorder.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +25,23 @@ using test_support::waitUntil;
 bool sendOnceBack(event_producer_t *producer, int id, std::int64_t number)
 {
     return waitUntil([&] { return sendNumber(producer, id, number); });
+}
+
+/** Process that has the service's name; -1 when nobody has. */
+pid_t servicePid()
+{
+    norq::event::Bus connection;
+    if (sd_bus_open_system(norq::event::Out(connection)) < 0) {
+        return -1;
+    }
+    pid_t pid = -1;
+    sd_bus_creds *credentials = nullptr;
+    if (sd_bus_get_name_creds(connection.get(), norq::event::BUS_NAME, SD_BUS_CREDS_PID,
+                              &credentials) >= 0) {
+        sd_bus_creds_get_pid(credentials, &pid);
+        sd_bus_creds_unref(credentials);
+    }
+    return pid;
 }
 
 using Lifecycle = EventServiceTest;
@@ -165,6 +189,59 @@ TEST_F(Lifecycle, ASecondDaemonRefusesToStart)
     EXPECT_EQ(second.waitForExit(test_support::DEADLINE), 1);
     EXPECT_NE(second.standardError().find("taking the bus name"), std::string::npos);
     EXPECT_TRUE(serviceIsOnBus());
+}
+
+TEST(Activation, TheBusStartsTheServiceForItsFirstClientAndAgainAfterACrash)
+{
+    const test_support::TempDirectory services;
+    std::ofstream(services.file("com.norq.EventService1.service"))
+        << "[D-BUS Service]\nName=com.norq.EventService1\nExec=" << EVENTD_PATH << "\n";
+    const test_support::LogCapture logs;
+    const test_support::PrivateBus bus({services.path()});
+    ASSERT_FALSE(serviceIsOnBus());
+    const ConsumerPtr consumer = newConsumer();
+    Recorder recorder;
+    ASSERT_GE(recorder.subscribe(consumer.get()), 0);
+    const ProducerPtr producer = newProducer();
+    const int id = event_producer_declare(producer.get(), numberDeclaration().get());
+    ASSERT_TRUE(sendOnceBack(producer.get(), id, 1));
+    ASSERT_TRUE(recorder.waitForNumber(1));
+
+    const pid_t first = servicePid();
+    ASSERT_GT(first, 0);
+    kill(first, SIGKILL);
+    ASSERT_TRUE(waitUntil([&] { return servicePid() > 0 && servicePid() != first; }));
+    ASSERT_TRUE(
+        waitUntil([&] { return sendNumber(producer.get(), id, 2) && recorder.count() > 1; }));
+    // the service ends with the bus
+}
+
+/** How often the threads of a process have gone to sleep so far. */
+long sleepsOf(pid_t process)
+{
+    long sleeps = 0;
+    const std::string tasks = "/proc/" + std::to_string(process) + "/task";
+    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("voluntary_ctxt_switches:")) {
+                sleeps += std::strtol(line.c_str() + line.find(':') + 1, nullptr, 10);
+            }
+        }
+    }
+    return sleeps;
+}
+
+TEST_F(Lifecycle, ServiceAndClientsSleepWhileNothingHappens)
+{
+    ChildProcess client({CLIENT_PROCESS_PATH});
+    ASSERT_TRUE(waitUntil([&] { return client.standardOutput() == "ready\n"; }));
+    const auto sleeps = [&] { return sleepsOf(daemon->pid()) + sleepsOf(client.pid()); };
+    // what the start has set in motion may take a moment; then a whole second must be still
+    EXPECT_TRUE(waitUntil([&] {
+        const long before = sleeps();
+        return !waitUntil([&] { return sleeps() != before; }, std::chrono::seconds(1));
+    }));
 }
 
 TEST_F(Lifecycle, ManyClientsAtOnceEachGetTheirOwn)
