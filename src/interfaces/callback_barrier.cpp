@@ -13,8 +13,7 @@ namespace {
 struct Carrier {
     std::mutex mutex; // guards all members: a callback may run on any thread
     std::exception_ptr exception;
-    GMainLoop *loop = nullptr; // from before the loop runs until it has ended
-    CHandle<GSource, g_source_unref> quitSource;
+    CHandle<GSource, g_source_unref> quitSource; // from before the loop runs until it has ended
 };
 
 Carrier &carrier()
@@ -36,14 +35,23 @@ gboolean quitLoop(gpointer loop)
     return G_SOURCE_REMOVE;
 }
 
+gboolean dispatchQuit(GSource * /*source*/, GSourceFunc callback, gpointer loop)
+{
+    return callback(loop);
+}
+
+/** Without a way to be ready but its time. GLib only reads the functions. */
+GSourceFuncs quitSourceFunctions = {nullptr, nullptr, dispatchQuit, nullptr, nullptr, nullptr};
+
 /**
- * Lets the loop quit itself. Quitting it from here would be lost when it is about to be run: a
- * loop that starts forgets that it was quit, but not the sources of its context. The priority puts
- * the source before all others, so that a busy one cannot keep the loop running.
+ * Lets the loop quit itself as soon as the source is given a time. Quitting from the carrying
+ * thread would be lost when the loop is about to be run: a loop that starts forgets that it was
+ * quit, but not the sources of its context. The priority puts the source before all others, so that
+ * a busy one cannot keep the loop running.
  */
 CHandle<GSource, g_source_unref> attachQuitSource(GMainLoop *loop)
 {
-    CHandle<GSource, g_source_unref> source(g_idle_source_new());
+    CHandle<GSource, g_source_unref> source(g_source_new(&quitSourceFunctions, sizeof(GSource)));
     g_source_set_priority(source.get(), G_PRIORITY_HIGH);
     g_source_set_callback(source.get(), quitLoop, loop, nullptr);
     g_source_attach(source.get(), g_main_loop_get_context(loop));
@@ -56,7 +64,7 @@ std::exception_ptr enterLoop(GMainLoop *loop)
     // One look and one note under one lock: nothing can be carried unseen between the two.
     const std::lock_guard lock(carrier().mutex);
     if (!carrier().exception) {
-        carrier().loop = loop;
+        carrier().quitSource = attachQuitSource(loop);
     }
     return std::exchange(carrier().exception, nullptr);
 }
@@ -65,11 +73,8 @@ std::exception_ptr enterLoop(GMainLoop *loop)
 std::exception_ptr leaveLoop()
 {
     const std::lock_guard lock(carrier().mutex);
-    carrier().loop = nullptr;
-    if (carrier().quitSource) {
-        g_source_destroy(carrier().quitSource.get());
-        carrier().quitSource.reset();
-    }
+    g_source_destroy(carrier().quitSource.get());
+    carrier().quitSource.reset();
     return std::exchange(carrier().exception, nullptr);
 }
 
@@ -91,8 +96,8 @@ void carryCurrentException() noexcept
         return;
     }
     carrier().exception = std::current_exception();
-    if (carrier().loop != nullptr) {
-        carrier().quitSource = attachQuitSource(carrier().loop);
+    if (carrier().quitSource) {
+        g_source_set_ready_time(carrier().quitSource.get(), 0);
     }
 }
 
