@@ -21,8 +21,10 @@ constexpr const char *API_INTERFACE = "com.norq.Mirel.Backend1";
 
 // sd-bus wants the unused bytes of a table's entries to be zero. Static data is, and copying a
 // table as a whole, not entry by entry, keeps it so.
-const sd_bus_vtable LEGACY_METHODS[] = {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END};
-const sd_bus_vtable API_METHODS[] = {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END};
+constinit const std::array<sd_bus_vtable, 2> LEGACY_METHODS{
+    {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END}};
+constinit const std::array<sd_bus_vtable, 2> API_METHODS{
+    {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END}};
 
 /** sd-bus makes this signal up itself when the connection has ended; no bus daemon sends it. */
 constexpr const char *LOCAL_SENDER = "org.freedesktop.DBus.Local";
@@ -59,8 +61,8 @@ DbusHandler::DbusHandler(BaseEventBridge &ownBridge) : bridge(&ownBridge)
 {
     static_assert(sizeof(legacyMethods) == sizeof(LEGACY_METHODS));
     static_assert(sizeof(apiMethods) == sizeof(API_METHODS));
-    std::memcpy(legacyMethods.data(), LEGACY_METHODS, sizeof(LEGACY_METHODS));
-    std::memcpy(apiMethods.data(), API_METHODS, sizeof(API_METHODS));
+    std::memcpy(legacyMethods.data(), LEGACY_METHODS.data(), sizeof(LEGACY_METHODS));
+    std::memcpy(apiMethods.data(), API_METHODS.data(), sizeof(API_METHODS));
     openBus();
     addObject();
     requestName();
