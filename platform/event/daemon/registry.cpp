@@ -276,7 +276,8 @@ void Registry::keep(Client &client, DeclarationRecord &record, SharedBody body)
 void Registry::giveKeptValues(Subscription &subscription)
 {
     for (Client *owner : all) {
-        for (auto &[id, record] : owner->declarations) {
+        for (auto &entry : owner->declarations) {
+            DeclarationRecord &record = entry.second;
             if (!record.kept ||
                 !scanBody(*record.kept, record.published->declaration, openValues)) {
                 continue;
