@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace tovrel::test {
@@ -165,9 +166,9 @@ void sd_bus_error_free(sd_bus_error *error)
 {
     fake().note("sd_bus_error_free", "", 0);
     fake().errorsToFree = 0;
-    free(const_cast<char *>(error->name));    // NOLINT(cppcoreguidelines-no-malloc): strdup's
-    free(const_cast<char *>(error->message)); // NOLINT(cppcoreguidelines-no-malloc): strdup's
-    *error = SD_BUS_ERROR_NULL;
+    std::free(const_cast<char *>(error->name));
+    std::free(const_cast<char *>(error->message));
+    *error = {};
 }
 
 int sd_bus_message_enter_container(sd_bus_message * /*message*/, char type, const char *contents)

@@ -169,7 +169,7 @@ protected:
     static std::string errorOf(const char *method)
     {
         const auto client = connect();
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error = {};
         const int result = sd_bus_call_method(client.get(), "com.norq.Tovrel1", "/com/norq/Tovrel1",
                                               "com.norq.Tovrel1", method, &error, nullptr, nullptr);
         std::string name = result < 0 && error.name != nullptr ? error.name : "";
