@@ -146,7 +146,7 @@ std::string machineSerial()
 {
     // Random once; changing it changes the serial number of every device without a better source.
     const sd_id128_t applicationId =
-        SD_ID128_MAKE(5c, 1f, 0d, 3a, 86, 4b, 4e, 0a, 9b, 57, e2, 71, c3, 30, 6d, a8);
+        SD_ID128_ARRAY(5c, 1f, 0d, 3a, 86, 4b, 4e, 0a, 9b, 57, e2, 71, c3, 30, 6d, a8);
     sd_id128_t id{};
     if (sd_id128_get_machine_app_specific(applicationId, &id) < 0) {
         return {};

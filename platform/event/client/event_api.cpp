@@ -6,7 +6,6 @@
 #include <norq/event_producer.h>
 
 #include <memory>
-#include <ranges>
 #include <string>
 
 using namespace norq::event;
@@ -143,8 +142,9 @@ GList *event_get_tags_at(const event_t *event, unsigned int index)
         return nullptr;
     }
     GList *tags = nullptr;
-    for (const std::string &tag : std::ranges::reverse_view(key->tags)) {
-        tags = g_list_prepend(tags, g_strdup(tag.c_str()));
+    // NOLINTNEXTLINE(modernize-loop-convert): clang 14 cannot compile the library's reverse view
+    for (auto tag = key->tags.rbegin(); tag != key->tags.rend(); ++tag) {
+        tags = g_list_prepend(tags, g_strdup(tag->c_str()));
     }
     return tags;
 }
