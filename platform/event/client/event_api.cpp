@@ -142,11 +142,10 @@ GList *event_get_tags_at(const event_t *event, unsigned int index)
         return nullptr;
     }
     GList *tags = nullptr;
-    // NOLINTNEXTLINE(modernize-loop-convert): clang 14 cannot compile the library's reverse view
-    for (auto tag = key->tags.rbegin(); tag != key->tags.rend(); ++tag) {
-        tags = g_list_prepend(tags, g_strdup(tag->c_str()));
+    for (const std::string &tag : key->tags) {
+        tags = g_list_prepend(tags, g_strdup(tag.c_str()));
     }
-    return tags;
+    return g_list_reverse(tags);
 }
 
 int event_is_property(const event_t *event)

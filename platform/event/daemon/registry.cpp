@@ -276,20 +276,24 @@ void Registry::keep(Client &client, DeclarationRecord &record, SharedBody body)
 void Registry::giveKeptValues(Subscription &subscription)
 {
     for (Client *owner : all) {
-        for (auto &entry : owner->declarations) {
-            DeclarationRecord &record = entry.second;
-            if (!record.kept ||
-                !scanBody(*record.kept, record.published->declaration, openValues)) {
-                continue;
-            }
-            MatchTable only;
-            only.add(subscription, subscription.expression, record.published->declaration);
-            only.match(openValues, [this, &record](const Subscription &match) {
-                match.client.matched.push_back(match.id);
-                deliver(match.client, record, record.kept, FLAG_KEPT);
-            });
+        for (const auto &[id, record] : owner->declarations) {
+            giveKeptValue(subscription, record);
         }
     }
+}
+
+void Registry::giveKeptValue(Subscription &subscription, const DeclarationRecord &record)
+{
+    const Declaration &declaration = record.published->declaration;
+    if (!record.kept || !scanBody(*record.kept, declaration, openValues)) {
+        return;
+    }
+    MatchTable only;
+    only.add(subscription, subscription.expression, declaration);
+    only.match(openValues, [this, &record](const Subscription &match) {
+        match.client.matched.push_back(match.id);
+        deliver(match.client, record, record.kept, FLAG_KEPT);
+    });
 }
 
 } // namespace norq::event

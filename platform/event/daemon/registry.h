@@ -61,6 +61,7 @@ private:
     void deliver(Client &client, const DeclarationRecord &record, const SharedBody &body,
                  std::uint8_t flags);
     void giveKeptValues(Subscription &subscription);
+    void giveKeptValue(Subscription &subscription, const DeclarationRecord &record);
     void boundBacklogs();
 
     std::vector<Client *> all;

@@ -216,17 +216,29 @@ TEST(Activation, TheBusStartsTheServiceForItsFirstClientAndAgainAfterACrash)
     // the service ends with the bus
 }
 
-/** How often the threads of a process have gone to sleep so far. */
+std::string lineOf(const std::filesystem::path &file, const std::string &start)
+{
+    std::ifstream stream(file);
+    for (std::string line; std::getline(stream, line);) {
+        if (line.starts_with(start)) {
+            return line.substr(start.size());
+        }
+    }
+    return "";
+}
+
+/**
+ * How often the main thread and those of the event library have gone to sleep so far. A sanitizer's
+ * own thread does not count.
+ */
 long sleepsOf(pid_t process)
 {
     long sleeps = 0;
     const std::string tasks = "/proc/" + std::to_string(process) + "/task";
     for (const auto &task : std::filesystem::directory_iterator(tasks)) {
-        std::ifstream status(task.path() / "status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("voluntary_ctxt_switches:")) {
-                sleeps += std::strtol(line.c_str() + line.find(':') + 1, nullptr, 10);
-            }
+        if (task.path().filename() == std::to_string(process) ||
+            lineOf(task.path() / "comm", "") == "norq-event") {
+            sleeps += std::stol(lineOf(task.path() / "status", "voluntary_ctxt_switches:"));
         }
     }
     return sleeps;
