@@ -49,10 +49,10 @@ void Connection::stop()
     std::unique_lock lock(endMutex);
     const bool inTime = endChanged.wait_for(lock, STOP_TIME, [this] { return ended; });
     lock.unlock();
-    if (inTime) {
-        thread.join();
-    } else {
+    if (!inTime && lookingUp) {
         thread.detach();
+    } else {
+        thread.join();
     }
 }
 
@@ -77,6 +77,7 @@ void Connection::loop(BrokerLink &link)
     while (!stopRequested) {
         if (phase == Phase::WAITING && now() >= deadline) {
             beginAttempt(link);
+            continue;
         }
         wait(link);
         serveConnection(link);
@@ -137,11 +138,15 @@ void Connection::beginAttempt(BrokerLink &link)
     timedOut = false;
     const auto limit = std::min(CONNECT_TIME, std::chrono::seconds(parts.settings.keepalive));
     errno = 0;
+    lookingUp = true;
     const int code = link.connect(onlyIpv4);
+    const int reason = errno;
+    lookingUp = false;
     if (stopRequested) {
         return; // perhaps long ago: nobody wants to know any more
     }
     deadline = now() + limit;
+    errno = reason;
     check(link, code);
 }
 

@@ -89,7 +89,8 @@ private:
     const SharedParts parts;
     std::thread thread;
     std::atomic<bool> stopRequested{false};
-    std::mutex endMutex; // guards ended
+    std::atomic<bool> lookingUp{false}; // inside the one call that may take long
+    std::mutex endMutex;                // guards ended
     std::condition_variable endChanged;
     bool ended = false;
 
