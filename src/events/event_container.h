@@ -17,7 +17,7 @@ namespace tovrel {
  */
 struct EventContainer {
     /** Of the event filter whose subscription delivered the event. */
-    RetainPolicy retainPolicy = RetainPolicy::none;
+    RetainPolicy retainPolicy = RetainPolicy::NONE;
     std::int32_t qos = 0;
     /** Whether the event is a property (stateful) event. */
     bool isProperty = false;

@@ -38,7 +38,7 @@ RetainPolicy parseRetainPolicyLeniently(const std::string &text)
     if (!policy) {
         tovrel_log(LOG_LEVEL_FAILURE, "%sInvalid retain policy using 'property'", LOG_PREFIX);
     }
-    return policy.value_or(RetainPolicy::property);
+    return policy.value_or(RetainPolicy::PROPERTY);
 }
 
 /** Takes the segment's namespaces off, the last of which becomes the current one. */

@@ -12,9 +12,9 @@ namespace tovrel {
 
 /** When the MQTT retain flag is set for messages of a filter. */
 enum class RetainPolicy : std::int32_t {
-    none = 0,     /**< never */
-    property = 1, /**< for property (stateful) events */
-    all = 2       /**< always */
+    NONE = 0,     /**< never */
+    PROPERTY = 1, /**< for property (stateful) events */
+    ALL = 2       /**< always */
 };
 
 /** A topic filter in its parts. */

@@ -146,11 +146,11 @@ MqttTopic mqttTopicFor(const EventContainer &container, const PublicationSetting
 bool isRetained(const EventContainer &container)
 {
     switch (container.retainPolicy) {
-    case RetainPolicy::all:
+    case RetainPolicy::ALL:
         return true;
-    case RetainPolicy::property:
+    case RetainPolicy::PROPERTY:
         return container.isProperty;
-    case RetainPolicy::none:
+    case RetainPolicy::NONE:
         break;
     }
     return false;

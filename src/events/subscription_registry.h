@@ -22,7 +22,7 @@ struct SubscriptionHandle {
     /** The event service's id. */
     std::int32_t subscriptionId = -1;
     std::int32_t qos = 0;
-    RetainPolicy retainPolicy = RetainPolicy::none;
+    RetainPolicy retainPolicy = RetainPolicy::NONE;
 };
 
 /**
