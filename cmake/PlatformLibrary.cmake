@@ -1,7 +1,8 @@
 # norq_add_library(<name> DESCRIPTION <text> [REQUIRES <pkg-config modules>] SOURCES <files>)
 #
-# Adds the shared platform library libnorq-<name>.so as target norq_<name> and norq::<name>, hides
-# everything that the headers do not export, and installs it with a pkg-config file norq-<name>.pc.
+# Adds the shared platform library libnorq-<name>.so as target norq_<name> and norq::<name>, exports
+# what its exports.map lists and nothing else, and installs it with a pkg-config file
+# norq-<name>.pc.
 function(norq_add_library name)
     cmake_parse_arguments(ARG "" "DESCRIPTION" "REQUIRES;SOURCES" ${ARGN})
     add_library(norq_${name} SHARED ${ARG_SOURCES})
@@ -9,9 +10,7 @@ function(norq_add_library name)
     set_target_properties(norq_${name} PROPERTIES
         OUTPUT_NAME norq-${name}
         VERSION ${PROJECT_VERSION}
-        SOVERSION 0
-        C_VISIBILITY_PRESET hidden
-        CXX_VISIBILITY_PRESET hidden)
+        SOVERSION 0)
     target_link_libraries(norq_${name} PUBLIC norq::headers PRIVATE tovrel::options)
     target_link_options(norq_${name} PRIVATE
         -Wl,--version-script=${PROJECT_SOURCE_DIR}/platform/${name}/exports.map)
