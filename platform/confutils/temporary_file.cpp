@@ -107,7 +107,8 @@ bool isStale(int folderFd, const char *name, FileDescriptor &holder)
 
 } // namespace
 
-TemporaryFile::TemporaryFile(int folderFd, const std::string &targetName) : folder(folderFd)
+// The delegation makes the object whole before anything can fail, so that the destructor cleans up.
+TemporaryFile::TemporaryFile(int folderFd, const std::string &targetName) : TemporaryFile(folderFd)
 {
     const std::string prefix = temporaryPrefix(targetName);
     for (int tries = 0; tries < MOST_NAMES_TRIED; ++tries) {

@@ -38,6 +38,8 @@ public:
     void remove() noexcept;
 
 private:
+    explicit TemporaryFile(int folderFd) noexcept : folder(folderFd) {}
+
     int folder;
     std::string fileName;
     FileDescriptor fd;

@@ -85,19 +85,16 @@ broker_listens() {
         grep -q 'mosquitto version .* running'
 }
 
-# start_broker_on PORT: fails when the port is taken.
-start_broker_on() {
-    sed -i "s/^listener .*/listener $1 $SANDBOX_MQTT_HOST/" "$SANDBOX_DIR/mosquitto.conf"
+# Listens on $SANDBOX_MQTT_PORT; fails when that is taken. A broker that is started again keeps its
+# port, and the memory that it wrote when it was stopped.
+start_broker() {
+    sed -i "s/^listener .*/listener $SANDBOX_MQTT_PORT $SANDBOX_MQTT_HOST/" \
+        "$SANDBOX_DIR/mosquitto.conf"
     touch "$SANDBOX_LOG_DIR/broker.log"
     broker_log_lines=$(wc -l <"$SANDBOX_LOG_DIR/broker.log")
     # An ordinary user's PATH has no sbin.
     spawn broker env PATH="$PATH:/usr/sbin" mosquitto -c "$SANDBOX_DIR/mosquitto.conf"
     await broker broker_listens
-}
-
-# A broker that is started again keeps its port, and its memory of the run before.
-start_broker() {
-    start_broker_on "$SANDBOX_MQTT_PORT"
 }
 
 stop_service() {

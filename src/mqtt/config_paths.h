@@ -1,11 +1,12 @@
-/** Where the MQTT-to-event items are kept. */
+/** Where the MQTT-to-event items are kept. Functions, so that tests can link other folders. */
 #pragma once
 
 namespace tovrel {
 
 /** The configuration file. */
-inline constexpr const char *SUBSCRIPTIONS_FILE = "/etc/tovrel/subscriptions_v2.conf";
+const char *subscriptionsFile() noexcept;
+
 /** The configuration file of the former format, without ids; it is migrated and deleted. */
-inline constexpr const char *LEGACY_SUBSCRIPTIONS_FILE = "/etc/tovrel/subscriptions.conf";
+const char *legacySubscriptionsFile() noexcept;
 
 } // namespace tovrel

@@ -54,17 +54,17 @@ void SubscriptionStore::setSubscription(const std::string &id, const std::string
 
 void SubscriptionStore::loadFromFile()
 {
-    loadSubscriptionFile(SUBSCRIPTIONS_FILE, *this);
+    loadSubscriptionFile(subscriptionsFile(), *this);
 }
 
 void SubscriptionStore::migrateLegacyFile()
 {
-    migrateLegacySubscriptionFile(LEGACY_SUBSCRIPTIONS_FILE, SUBSCRIPTIONS_FILE, *this);
+    migrateLegacySubscriptionFile(legacySubscriptionsFile(), subscriptionsFile(), *this);
 }
 
 void SubscriptionStore::saveToFile() const
 {
-    saveSubscriptionFile(SUBSCRIPTIONS_FILE, *this);
+    saveSubscriptionFile(subscriptionsFile(), *this);
 }
 
 std::uint32_t &SubscriptionStore::usedEntry(const std::string &id)

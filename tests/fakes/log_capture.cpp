@@ -26,8 +26,13 @@ std::vector<LogLine> LogCapture::take()
 
 void LogCapture::add(int level, const char *message)
 {
-    const std::lock_guard lock(mutex);
-    lines.push_back({level, message});
+    {
+        const std::lock_guard lock(mutex);
+        lines.push_back({level, message});
+    }
+    if (onLine) {
+        onLine();
+    }
 }
 
 } // namespace tovrel::test

@@ -3,6 +3,7 @@
 
 #include <glib.h>
 
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -31,6 +32,9 @@ public:
 
     /** The lines since the last call of this function, in their order. */
     std::vector<LogLine> take();
+
+    /** Runs after each line, on the thread that logged it. To be set before there are others. */
+    std::function<void()> onLine;
 
     /** Adds a line; for the handler. */
     void add(int level, const char *message);

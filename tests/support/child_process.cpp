@@ -5,10 +5,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
-#include <sys/pidfd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+extern "C" {
+#include <sys/pidfd.h> // glibc 2.36 forgets to say that these are C functions
+}
 
 #include <array>
 #include <cerrno>

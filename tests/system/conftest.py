@@ -1,0 +1,36 @@
+"""For all system tests: the watcher, and what holds at the end of each."""
+
+import pytest
+from bridge import LOGS, Watcher, log_of
+
+# What no service may have said in any test, whatever else it was about.
+DEFECTS = ("AddressSanitizer", "LeakSanitizer", "ThreadSanitizer", "runtime error:", "CRITICAL",
+           "double free", "terminate called")
+
+
+@pytest.fixture(name="events")
+def watching_events():
+    """A watcher of the bridge's events that misses none from now on."""
+    watcher = Watcher()
+    yield watcher
+    watcher.close()
+
+
+@pytest.fixture(autouse=True)
+def no_defect_in_the_logs():
+    """Fails a test in whose sandbox a service reported a defect."""
+    yield
+    for path in LOGS.glob("*.log"):
+        found = [line for line in log_of(path.stem).splitlines()
+                 if any(defect in line for defect in DEFECTS)]
+        assert not found, f"{path.name}: {found}"
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport():
+    """Adds the services' logs to the report of a test that failed."""
+    outcome = yield
+    report = outcome.get_result()
+    if report.failed:
+        for path in sorted(LOGS.glob("*.log")):
+            report.sections.append((path.name, log_of(path.stem)[-20000:]))
