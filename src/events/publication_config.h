@@ -66,15 +66,12 @@ public:
     /** Writes the configuration file. Failures are logged. Throws for a retain policy without text.
      */
     void save() const;
-    void save(const std::string &path) const;
 
     /**
      * Reads the current file, or the legacy one, into this configuration. The legacy file is then
      * deleted and the current one written. Failures are logged; a missing file is none.
      */
     void load(bool current);
-    void loadCurrent(const std::string &path);
-    void migrateLegacy(const std::string &legacyPath, const std::string &currentPath);
 
     void setTopicPrefixSetting(const std::string &text);
     void setCustomTopicPrefix(const std::string &text);
@@ -102,6 +99,8 @@ public:
     ~PublicationConfig() = default;
 
 private:
+    void loadCurrent();
+    void migrateLegacy();
     void guardFilters();
 
     ConfigGuard guard;

@@ -115,15 +115,14 @@ void addMigratedFilter(PublicationConfig &config, const char *group, EventFilter
 }
 
 /** Opens a key file; nothing when it does not exist or cannot be used. */
-KeyFile openKeyFile(const std::string &path)
+KeyFile openKeyFile(const char *path)
 {
-    confutils_sweep_temporary_files(path.c_str());
-    if (access(path.c_str(), F_OK) != 0) {
+    confutils_sweep_temporary_files(path);
+    if (access(path, F_OK) != 0) {
         return nullptr;
     }
     auto file = newKeyFile();
-    if (file &&
-        g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, nullptr) == FALSE) {
+    if (file && g_key_file_load_from_file(file.get(), path, G_KEY_FILE_NONE, nullptr) == FALSE) {
         tovrel_log(LOG_LEVEL_FAILURE, "%sFailed to load event filters. Please reconfigure filters.",
                    LOG_PREFIX);
         return nullptr;
@@ -145,15 +144,16 @@ void readGroups(GKeyFile *file, PublicationConfig &config, const Store &store)
     }
 }
 
-void writeFile(const std::string &path, const char *text, gsize length)
+void writeFile(const char *text, gsize length)
 {
     if (length > static_cast<gsize>(std::numeric_limits<std::int32_t>::max())) {
         tovrel_log(LOG_LEVEL_FAILURE, "%sToo much configuration data to save to file", LOG_PREFIX);
         return;
     }
     ErrorHandle error;
-    if (confutils_set_file_contents_with_sync_mode(path.c_str(), text, static_cast<gssize>(length),
-                                                   FILE_MODE, OutParameter(error)) == FALSE) {
+    if (confutils_set_file_contents_with_sync_mode(publicationFile(), text,
+                                                   static_cast<gssize>(length), FILE_MODE,
+                                                   OutParameter(error)) == FALSE) {
         tovrel_log(LOG_LEVEL_FAILURE, "%sCould not save event-to-MQTT configurations to file: %s",
                    LOG_PREFIX, errorText(error));
     }
@@ -162,11 +162,6 @@ void writeFile(const std::string &path, const char *text, gsize length)
 } // namespace
 
 void PublicationConfig::save() const
-{
-    save(PUBLICATION_PATH);
-}
-
-void PublicationConfig::save(const std::string &path) const
 {
     const auto file = newKeyFile();
     if (!file) {
@@ -184,38 +179,38 @@ void PublicationConfig::save(const std::string &path) const
                    LOG_PREFIX, errorText(error));
         return;
     }
-    writeFile(path, text.get(), length);
+    writeFile(text.get(), length);
 }
 
 void PublicationConfig::load(bool current)
 {
     if (current) {
-        loadCurrent(PUBLICATION_PATH);
+        loadCurrent();
     } else {
-        migrateLegacy(PUBLICATION_LEGACY_PATH, PUBLICATION_PATH);
+        migrateLegacy();
     }
 }
 
-void PublicationConfig::loadCurrent(const std::string &path)
+void PublicationConfig::loadCurrent()
 {
-    if (const auto file = openKeyFile(path)) {
+    if (const auto file = openKeyFile(publicationFile())) {
         readGroups(file.get(), *this, [this](const char *group, EventFilterConfig filter) {
             setEventFilter(group, std::move(filter));
         });
     }
 }
 
-void PublicationConfig::migrateLegacy(const std::string &legacyPath, const std::string &currentPath)
+void PublicationConfig::migrateLegacy()
 {
-    const auto file = openKeyFile(legacyPath);
+    const auto file = openKeyFile(legacyPublicationFile());
     if (!file) {
         return;
     }
     readGroups(file.get(), *this, [this](const char *group, EventFilterConfig filter) {
         addMigratedFilter(*this, group, std::move(filter));
     });
-    unlink(legacyPath.c_str());
-    save(currentPath);
+    unlink(legacyPublicationFile());
+    save();
 }
 
 } // namespace tovrel

@@ -1,9 +1,13 @@
-/** Where the event-to-MQTT configuration is kept. */
+/** Where the event-to-MQTT configuration is kept. Functions, so that tests can link other folders.
+ */
 #pragma once
 
 namespace tovrel {
 
-inline constexpr const char *PUBLICATION_LEGACY_PATH = "/etc/tovrel/event_to_mqtt.conf";
-inline constexpr const char *PUBLICATION_PATH = "/etc/tovrel/event_to_mqtt_v2.conf";
+/** The configuration file. */
+const char *publicationFile() noexcept;
+
+/** The configuration file of the former format; it is migrated and deleted. */
+const char *legacyPublicationFile() noexcept;
 
 } // namespace tovrel

@@ -1,5 +1,6 @@
 #include "fakes/fake_config_paths.h"
 
+#include "events/publication_paths.h"
 #include "mqtt/config_paths.h"
 
 #include <cstdlib>
@@ -68,6 +69,18 @@ const char *subscriptionsFile() noexcept
 const char *legacySubscriptionsFile() noexcept
 {
     static const std::string PATH = test::configFolder() / "subscriptions.conf";
+    return PATH.c_str();
+}
+
+const char *publicationFile() noexcept
+{
+    static const std::string PATH = test::configFolder() / "event_to_mqtt_v2.conf";
+    return PATH.c_str();
+}
+
+const char *legacyPublicationFile() noexcept
+{
+    static const std::string PATH = test::configFolder() / "event_to_mqtt.conf";
     return PATH.c_str();
 }
 
