@@ -119,7 +119,9 @@ void EventConsumerHandler::unsubscribeEventFilters()
             tovrel_log(LOG_LEVEL_FAILURE, "%sFailed to unsubscribe to subscription id: %d",
                        LOG_PREFIX, record.subscriptionId);
         }
-        subscriptionSlots.at(static_cast<std::size_t>(slot)) = -1;
+        const auto index = static_cast<std::size_t>(slot);
+        g_assert(index < subscriptionSlots.size());
+        subscriptionSlots[index] = -1;
     }
     registry.clear();
     discardQueuedEvents();
