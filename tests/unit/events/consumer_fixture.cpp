@@ -1,7 +1,7 @@
 #include "unit/events/consumer_fixture.h"
 
 #include "fakes/call_record.h"
-#include "fakes/fake_config_paths.h"
+#include "fakes/config_folder.h"
 #include "fakes/fake_confutils.h"
 #include "support/wait_until.h"
 

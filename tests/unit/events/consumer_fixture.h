@@ -3,7 +3,8 @@
 
 #include "events/event_consumer_handler.h"
 #include "fakes/fake_event_consumer.h"
-#include "fakes/mock_event_bridge.h"
+#include "fakes/log_capture.h"
+#include "unit/events/publishing_bridge.h"
 #include "unit/mqtt/log_lines.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +33,7 @@ struct Publication {
 void PrintTo(const Publication &publication, std::ostream *stream);
 
 /** Notes what is published, on any thread. */
-class RecordingBridge : public MockEventBridge {
+class RecordingBridge : public PublishingBridge {
 public:
     void publish(const std::string &topic, bool useDeviceTopicPrefix, const char *payload,
                  std::size_t payloadLength, int qos, bool retain) override;

@@ -3,7 +3,7 @@
 #include "events/publication_paths.h"
 #include "events/subscription_registry.h"
 #include "fakes/call_record.h"
-#include "fakes/fake_config_paths.h"
+#include "fakes/config_folder.h"
 #include "fakes/fake_confutils.h"
 #include "support/wait_until.h"
 #include "unit/events/config_texts.h"
@@ -32,19 +32,7 @@ using testing::IsEmpty;
 constexpr const char *STATUS_SUBSCRIPTION =
     "event_consumer_subscribe 0 topic0=Device topic1=MQTT topic2=ClientStatus";
 
-class EventConsumerHandlerTest : public ConsumerTest {
-protected:
-    void SetUp() override
-    {
-        ConsumerTest::SetUp();
-        syncHooks() = {};
-    }
-    void TearDown() override
-    {
-        syncHooks() = {};
-        ConsumerTest::TearDown();
-    }
-};
+using EventConsumerHandlerTest = ConsumerTest;
 
 PublicationConfig configWith(const char *topicFilter)
 {
@@ -670,11 +658,8 @@ TEST_F(EventConsumerHandlerTest, WorkersThatAreNotToRunReturnAtOnce)
 TEST_F(EventConsumerHandlerTest, AFailureToLockIsPassedOn)
 {
     makeConsumer();
-    const auto *const first = reinterpret_cast<const char *>(consumer.get());
-    syncHooks().lockError = [first](const pthread_mutex_t *mutex) {
-        const auto *const address = reinterpret_cast<const char *>(mutex);
-        const bool ofConsumer = address >= first && address < first + sizeof(EventConsumerHandler);
-        return ofConsumer ? EDEADLK : 0;
+    syncHooks().lockError = [this](const pthread_mutex_t *mutex) {
+        return isWithin(*consumer, mutex) ? EDEADLK : 0;
     };
     EXPECT_THROW(consumer->setMessagingStatus(true, true), std::system_error);
     EXPECT_THROW(consumer->refreshSubscriptions(), std::system_error);

@@ -1,7 +1,7 @@
 #include "events/publication_config.h"
 #include "events/publication_paths.h"
 #include "fakes/call_record.h"
-#include "fakes/fake_config_paths.h"
+#include "fakes/config_folder.h"
 #include "fakes/fake_confutils.h"
 #include "interfaces/exceptions.h"
 #include "unit/events/config_texts.h"

@@ -26,6 +26,15 @@ struct SyncHooks {
     std::function<void(const pthread_mutex_t *)> afterUnlock;
 };
 
+/** Whether an address lies within an object. */
+template <typename Object>
+bool isWithin(const Object &object, const void *address)
+{
+    const auto *const first = reinterpret_cast<const char *>(&object);
+    const auto *const searched = static_cast<const char *>(address);
+    return searched >= first && searched < first + sizeof(Object);
+}
+
 /** The hooks of the process. */
 SyncHooks &syncHooks();
 
