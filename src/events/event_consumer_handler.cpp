@@ -100,10 +100,10 @@ void EventConsumerHandler::setMessagingStatus(bool nowActive, bool nowConnected)
 void EventConsumerHandler::enqueueEvent(const std::shared_ptr<EventContainer> &container,
                                         const event_t *event)
 {
-    const auto settings = config.copySettingsGuarded();
     extractEvent(*container, event,
-                 settings.includeSerialNumberInPayload ? serialNumber.c_str() : nullptr);
+                 config.includesSerialNumberGuarded() ? serialNumber.c_str() : nullptr);
     bool firstDrop = false;
+    bool workerMayWait = false;
     std::shared_ptr<EventContainer> dropped; // destroyed after the lock is released
     {
         const std::lock_guard lock(eventMutex);
@@ -114,9 +114,13 @@ void EventConsumerHandler::enqueueEvent(const std::shared_ptr<EventContainer> &c
         }
         firstDrop = full && !overflowLogged;
         overflowLogged = full;
+        // While disconnected it waits on, and with events in the queue it is at work already.
+        workerMayWait = connected && eventQueue.empty();
         eventQueue.push(container);
     }
-    eventCondition.notify_all();
+    if (workerMayWait) {
+        eventCondition.notify_all();
+    }
     if (firstDrop) {
         tovrel_log(LOG_LEVEL_PROGRESS, "%sToo many queued events, dropping the oldest one",
                    LOG_PREFIX);

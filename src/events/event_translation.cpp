@@ -3,7 +3,7 @@
 #include "interfaces/c_handles.h"
 
 #include <array>
-#include <cstdio>
+#include <cstddef>
 #include <stdexcept>
 #include <string_view>
 
@@ -14,7 +14,28 @@ namespace {
 using JsonOptions = CHandle<json_options_t, json_options_free>;
 
 /** More levels than any event service topic has. */
-constexpr unsigned int MAX_TOPIC_LEVELS = 100;
+constexpr std::size_t MAX_TOPIC_LEVELS = 100;
+
+/** Room for the levels of nearly every event, and for nearly every topic. */
+constexpr std::size_t USUAL_TOPIC_LEVELS = 8;
+constexpr std::size_t USUAL_TOPIC_LENGTH = 160;
+
+using LevelKey = std::array<char, sizeof "topic99">;
+
+/** The names "topic0" to "topic99", ready-made: to format one costs more than to look it up. */
+constexpr std::array<LevelKey, MAX_TOPIC_LEVELS> LEVEL_KEYS = [] {
+    std::array<LevelKey, MAX_TOPIC_LEVELS> keys{};
+    for (std::size_t level = 0; level < keys.size(); ++level) {
+        LevelKey key{'t', 'o', 'p', 'i', 'c'};
+        std::size_t end = 5;
+        if (level >= 10) {
+            key[end++] = static_cast<char>('0' + level / 10);
+        }
+        key[end] = static_cast<char>('0' + level % 10);
+        keys[level] = key;
+    }
+    return keys;
+}();
 
 void freeTags(GList *tags)
 {
@@ -33,9 +54,8 @@ const char *namespaceAlias(std::string_view prefix)
 
 void extractTopicLevels(EventContainer &container, const event_t *event)
 {
-    for (unsigned int level = 0; level < MAX_TOPIC_LEVELS; ++level) {
-        std::array<char, sizeof "topic99"> key{};
-        std::snprintf(key.data(), key.size(), "topic%u", level);
+    container.topicLevels.reserve(USUAL_TOPIC_LEVELS);
+    for (const auto &key : LEVEL_KEYS) {
         const char *value = event_get_value(event, key.data());
         if (value == nullptr) {
             return;
@@ -84,6 +104,26 @@ void appendPart(std::string &topic, std::string_view part)
     topic += part;
 }
 
+/** Appends the event's own topic: its levels, with a marker wherever the namespace changes. */
+void appendEventTopic(std::string &topic, const EventContainer &container,
+                      bool includeTopicNamespaces)
+{
+    if (container.topicLevels.empty()) {
+        appendPart(topic, "");
+    }
+    std::string_view currentNamespace;
+    for (const auto &[level, alias] : container.topicLevels) {
+        if (alias != currentNamespace) {
+            currentNamespace = alias;
+            if (includeTopicNamespaces) {
+                appendPart(topic, "tns:");
+                topic += alias;
+            }
+        }
+        appendPart(topic, level);
+    }
+}
+
 void appendItems(std::string &topic, std::string_view marker,
                  const std::map<std::string, std::string> &items)
 {
@@ -110,34 +150,16 @@ void extractEvent(EventContainer &container, const event_t *event, const char *s
     container.payload = renderPayload(event, serialNumber);
 }
 
-std::string eventTopicText(const EventContainer &container, bool includeTopicNamespaces)
-{
-    std::string text;
-    std::string_view currentNamespace;
-    bool first = true;
-    for (const auto &[level, alias] : container.topicLevels) {
-        if (!first) {
-            text += '/';
-        }
-        first = false;
-        if (alias != currentNamespace) {
-            currentNamespace = alias;
-            if (includeTopicNamespaces) {
-                text += "tns:" + alias + '/';
-            }
-        }
-        text += level;
-    }
-    return text;
-}
-
 MqttTopic mqttTopicFor(const EventContainer &container, const PublicationSettings &settings)
 {
     const bool custom =
         settings.topicPrefixSetting == "custom" && !settings.customTopicPrefix.empty();
-    MqttTopic result{custom ? settings.customTopicPrefix : "event", !custom};
+    MqttTopic result;
+    result.useDeviceTopicPrefix = !custom;
+    result.topic.reserve(USUAL_TOPIC_LENGTH);
+    result.topic = custom ? std::string_view(settings.customTopicPrefix) : "event";
     if (settings.appendEventTopic) {
-        appendPart(result.topic, eventTopicText(container, settings.includeTopicNamespaces));
+        appendEventTopic(result.topic, container, settings.includeTopicNamespaces);
         appendItems(result.topic, "$source", container.sources);
         appendItems(result.topic, "$key", container.keys);
     }

@@ -22,9 +22,6 @@ struct MqttTopic {
     bool useDeviceTopicPrefix = false;
 };
 
-/** The event's own topic: its levels, with a "tns:" marker wherever the namespace changes. */
-std::string eventTopicText(const EventContainer &container, bool includeTopicNamespaces);
-
 /** The topic under which an event is published. */
 MqttTopic mqttTopicFor(const EventContainer &container, const PublicationSettings &settings);
 

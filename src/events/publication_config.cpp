@@ -133,6 +133,12 @@ PublicationSettings PublicationConfig::copySettingsGuarded() const
     return settings;
 }
 
+bool PublicationConfig::includesSerialNumberGuarded() const
+{
+    const auto lock = guard.lock();
+    return settings.includeSerialNumberInPayload;
+}
+
 void PublicationConfig::guardFilters()
 {
     for (auto &[id, filter] : eventFilters) {

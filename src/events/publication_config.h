@@ -32,7 +32,7 @@ using EventFilters = std::map<std::string, EventFilterConfig>;
  *
  * A value type: a copy is deep and private. One thread at a time may use it. The live
  * configuration, attached to its owner's mutex by attachGuard(), may besides be copied by other
- * threads with copyGuarded() and copySettingsGuarded() while its own thread changes it.
+ * threads with copyGuarded() and the like while its own thread changes it.
  */
 class PublicationConfig {
 public:
@@ -91,6 +91,9 @@ public:
 
     /** A copy of the settings alone, made under the lock. Any thread. */
     [[nodiscard]] PublicationSettings copySettingsGuarded() const;
+
+    /** Whether payloads carry the serial number, read under the lock. Any thread. */
+    [[nodiscard]] bool includesSerialNumberGuarded() const;
 
     PublicationConfig() = default;
     PublicationConfig(const PublicationConfig &other) = default;

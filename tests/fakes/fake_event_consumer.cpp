@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 
 using namespace tovrel::test;
@@ -58,11 +59,16 @@ FakeConsumerState &state()
 }
 
 /** Notes the call and tells whether it goes well. */
-bool begin(const std::string &function, const std::string &arguments)
+bool begin(const char *function, std::initializer_list<const char *> arguments = {})
 {
-    if (isRecording()) {
-        recordCall(arguments.empty() ? function : function + " " + arguments);
+    if (!isRecording()) {
+        return true;
     }
+    std::string call = function;
+    for (const char *argument : arguments) {
+        call += std::string(" ") + argument;
+    }
+    recordCall(call);
     return !shallFail(function);
 }
 
@@ -193,7 +199,7 @@ void setFakeConsumerWaits(bool waits)
 
 subscribe_expression_t *subscribe_expression_new(void)
 {
-    if (!begin("subscribe_expression_new", {})) {
+    if (!begin("subscribe_expression_new")) {
         return nullptr;
     }
     ++state().livingExpressions;
@@ -203,7 +209,7 @@ subscribe_expression_t *subscribe_expression_new(void)
 void subscribe_expression_free(subscribe_expression_t *expression)
 {
     if (expression != nullptr) {
-        recordCall("subscribe_expression_free");
+        begin("subscribe_expression_free");
         --state().livingExpressions;
     }
     delete expression;
@@ -212,8 +218,7 @@ void subscribe_expression_free(subscribe_expression_t *expression)
 int subscribe_expression_add_key_value(subscribe_expression_t *expression, const char *key,
                                        const char *value)
 {
-    if (!begin("subscribe_expression_add_key_value", std::string(key) + " " + value) ||
-        expression == nullptr) {
+    if (!begin("subscribe_expression_add_key_value", {key, value}) || expression == nullptr) {
         return 0;
     }
     subscribe_expression::Condition &condition = expression->obtain(key);
@@ -227,8 +232,7 @@ int subscribe_expression_add_key_value(subscribe_expression_t *expression, const
 int subscribe_expression_set_name_space(subscribe_expression_t *expression, const char *key,
                                         const char *name_space)
 {
-    if (!begin("subscribe_expression_set_name_space", std::string(key) + " " + name_space) ||
-        expression == nullptr) {
+    if (!begin("subscribe_expression_set_name_space", {key, name_space}) || expression == nullptr) {
         return 0;
     }
     expression->obtain(key).nameSpace = name_space;
@@ -237,7 +241,7 @@ int subscribe_expression_set_name_space(subscribe_expression_t *expression, cons
 
 int subscribe_expression_add_not_key(subscribe_expression_t *expression, const char *key)
 {
-    if (!begin("subscribe_expression_add_not_key", key) || expression == nullptr) {
+    if (!begin("subscribe_expression_add_not_key", {key}) || expression == nullptr) {
         return 0;
     }
     expression->obtain(key).absent = true;
@@ -246,14 +250,14 @@ int subscribe_expression_add_not_key(subscribe_expression_t *expression, const c
 
 char *subscribe_expression_serialize_xml(const subscribe_expression_t *expression)
 {
-    return begin("subscribe_expression_serialize_xml", {}) && expression != nullptr
+    return begin("subscribe_expression_serialize_xml") && expression != nullptr
                ? strdup(expression->text().c_str())
                : nullptr;
 }
 
 event_consumer_t *event_consumer_new(const char *name)
 {
-    if (!begin("event_consumer_new", name)) {
+    if (!begin("event_consumer_new", {name})) {
         return nullptr;
     }
     const std::lock_guard lock(state().mutex);
@@ -263,7 +267,7 @@ event_consumer_t *event_consumer_new(const char *name)
 
 void event_consumer_free(event_consumer_t *consumer)
 {
-    recordCall("event_consumer_free");
+    begin("event_consumer_free");
     runHook();
     if (consumer == nullptr) {
         return;
@@ -289,7 +293,7 @@ int event_consumer_subscribe(event_consumer_t *consumer, const subscribe_express
     runHook();
     FakeSubscription made{-1, expression == nullptr ? "" : expression->text(), callback, user_data};
     const bool refused =
-        consumer == nullptr || expression == nullptr || shallFail("event_consumer_subscribe");
+        consumer == nullptr || expression == nullptr || isToFail("event_consumer_subscribe");
     if (!refused) {
         const std::lock_guard lock(state().mutex);
         made.id = state().nextId++;
@@ -312,7 +316,7 @@ int event_consumer_unsubscribe(event_consumer_t * /*consumer*/, int subscription
 {
     runHook();
     if (!begin("event_consumer_unsubscribe",
-               std::to_string(subscription_id) + " " + std::to_string(flags))) {
+               {std::to_string(subscription_id).c_str(), std::to_string(flags).c_str()})) {
         return 0;
     }
     std::unique_lock lock(state().mutex);

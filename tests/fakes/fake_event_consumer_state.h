@@ -1,6 +1,7 @@
 /** What the parts of the faked consumer library share. */
 #pragma once
 
+#include "fakes/call_record.h"
 #include "fakes/fake_event_consumer.h"
 
 #include <atomic>
@@ -39,5 +40,11 @@ struct FakeConsumerState {
 
 /** The one library of the process. */
 FakeConsumerState &fakeConsumerState();
+
+/** Whether a call is to fail; costs nothing while recording is off. */
+inline bool isToFail(const char *function)
+{
+    return isRecording() && shallFail(function);
+}
 
 } // namespace tovrel::test

@@ -1,5 +1,4 @@
 /** The events that the faked library delivers, and how they are read. */
-#include "fakes/call_record.h"
 #include "fakes/fake_event_consumer.h"
 #include "fakes/fake_event_consumer_state.h"
 
@@ -61,13 +60,13 @@ void event_free(event_t *event)
 const char *event_get_value(const event_t *event, const char *key)
 {
     const FakeItem *const item = event->find(key);
-    return item == nullptr || shallFail("event_get_value") ? nullptr : item->value.c_str();
+    return item == nullptr || isToFail("event_get_value") ? nullptr : item->value.c_str();
 }
 
 const char *event_get_name_space(const event_t *event, const char *key)
 {
     const FakeItem *const item = event->find(key);
-    return item == nullptr || !item->nameSpace || shallFail("event_get_name_space")
+    return item == nullptr || !item->nameSpace || isToFail("event_get_name_space")
                ? nullptr
                : item->nameSpace->c_str();
 }
@@ -80,20 +79,20 @@ unsigned int event_get_key_count(const event_t *event)
 const char *event_get_key_at(const event_t *event, unsigned int index)
 {
     const FakeItem *const item = event->at(index);
-    return item == nullptr || shallFail("event_get_key_at") ? nullptr : item->name.c_str();
+    return item == nullptr || isToFail("event_get_key_at") ? nullptr : item->name.c_str();
 }
 
 const char *event_get_value_at(const event_t *event, unsigned int index)
 {
     const FakeItem *const item = event->at(index);
-    return item == nullptr || shallFail("event_get_value_at") ? nullptr : item->value.c_str();
+    return item == nullptr || isToFail("event_get_value_at") ? nullptr : item->value.c_str();
 }
 
 GList *event_get_tags_at(const event_t *event, unsigned int index)
 {
     const FakeItem *const item = event->at(index);
     GList *tags = nullptr;
-    if (item == nullptr || shallFail("event_get_tags_at")) {
+    if (item == nullptr || isToFail("event_get_tags_at")) {
         return tags;
     }
     for (auto tag = item->tags.rbegin(); tag != item->tags.rend(); ++tag) {
@@ -104,17 +103,17 @@ GList *event_get_tags_at(const event_t *event, unsigned int index)
 
 int event_is_property(const event_t *event)
 {
-    return event->content.isProperty && !shallFail("event_is_property") ? 1 : 0;
+    return event->content.isProperty && !isToFail("event_is_property") ? 1 : 0;
 }
 
 int event_is_internal(const event_t *event)
 {
-    return event->content.isInternal && !shallFail("event_is_internal") ? 1 : 0;
+    return event->content.isInternal && !isToFail("event_is_internal") ? 1 : 0;
 }
 
 json_options_t *json_options_new(void)
 {
-    if (shallFail("json_options_new")) {
+    if (isToFail("json_options_new")) {
         return nullptr;
     }
     ++fakeConsumerState().livingJsonOptions;
@@ -153,7 +152,7 @@ char *event_get_json(const event_t *event, const json_options_t *options)
     if (event->content.onRender) {
         event->content.onRender();
     }
-    return !event->content.json || shallFail("event_get_json")
+    return !event->content.json || isToFail("event_get_json")
                ? nullptr
                : strdup(event->content.json->c_str());
 }

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -35,12 +34,17 @@ protected:
     /** Destroys the consumer while a worker is held; true when that comes to an end by itself. */
     bool destructionEnds(HeldWorker &worker)
     {
-        auto destruction = std::async(std::launch::async, [this] { consumer.reset(); });
-        if (destruction.wait_for(PATIENCE) == std::future_status::ready) {
-            return true;
+        std::atomic<bool> ended = false;
+        std::thread destruction([&] {
+            consumer.reset();
+            ended = true;
+        });
+        const bool byItself = test_support::waitUntil([&] { return ended.load(); }, PATIENCE);
+        if (!byItself) {
+            worker.rescue();
         }
-        worker.rescue();
-        return false;
+        destruction.join();
+        return byItself;
     }
 
     void enqueue(const std::string &json)
