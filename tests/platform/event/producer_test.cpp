@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -207,10 +208,8 @@ TEST_F(StoppedDaemon, SendingWaitsForTheTimeOutThenFailsAndNothingIsHalfWritten)
             return event_producer_send_event(producer.get(), event.get(), nullptr) != 0;
         }));
         ASSERT_TRUE(recorder.waitForNumber(-2));
-        std::vector<std::int64_t> expected;
-        for (int number = 0; number < taken; ++number) {
-            expected.push_back(number);
-        }
+        std::vector<std::int64_t> expected(static_cast<std::size_t>(taken));
+        std::iota(expected.begin(), expected.end(), 0);
         expected.push_back(-2);
         EXPECT_EQ(recorder.numbers(), expected);
     }
@@ -226,6 +225,7 @@ TEST_F(StoppedDaemon, SeveralThreadsThatSendEachWaitNoLongerThanTheTimeOut)
     sendUntilRefused(producer.get(), id, 1000);
     const auto before = std::chrono::steady_clock::now();
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int count = 0; count < 8; ++count) {
         threads.emplace_back([&] {
             const EventPtr event(event_producer_prepare_event(producer.get(), id, 0, nullptr));

@@ -49,10 +49,13 @@ public:
     }
 
     /** The calls of the library. */
-    norq::event::ServiceCalls calls() { return {bus.get(), norq::event::BUS_NAME}; }
+    [[nodiscard]] norq::event::ServiceCalls calls() const
+    {
+        return {bus.get(), norq::event::BUS_NAME};
+    }
 
     /** Writes all bytes; false when the service has closed the socket. */
-    bool write(std::string_view bytes)
+    bool write(std::string_view bytes) const
     {
         while (!bytes.empty()) {
             const ssize_t count = send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);

@@ -185,6 +185,7 @@ TEST_F(Threads, ManyThreadsMaySendDeclareAndSubscribeAtOnce)
     everything.subscribe(consumer.get(), whereValue("topic0", "Shared"));
     const int shared = event_producer_declare(producer.get(), numberDeclaration("Shared").get());
     std::vector<std::thread> threads;
+    threads.reserve(THREADS);
     for (int thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([&] {
             for (int round = 0; round < ROUNDS; ++round) {
@@ -212,6 +213,7 @@ TEST_F(Threads, TheDaemonMayDieAtAnyMomentOfAnyCall)
 {
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int thread = 0; thread < 3; ++thread) {
         threads.emplace_back([&] {
             while (!stop) {
