@@ -161,7 +161,7 @@ void BrokerLink::connected()
     libraryError.clear();
 }
 
-void BrokerLink::abandon()
+void BrokerLink::abandon() const
 {
     if (fd() >= 0) {
         shutdown(fd(), SHUT_RDWR);

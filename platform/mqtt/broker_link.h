@@ -40,7 +40,8 @@ public:
     static constexpr int MAX_IN_FLIGHT = 200;
 
     /** Throws std::runtime_error when libmosquitto refuses the settings or memory is exhausted. */
-    BrokerLink(const MqttSettings &settings, const std::string &clientId, BrokerListener &listener);
+    BrokerLink(const MqttSettings &configured, const std::string &clientId,
+               BrokerListener &target);
     ~BrokerLink();
     BrokerLink(const BrokerLink &) = delete;
     BrokerLink &operator=(const BrokerLink &) = delete;
@@ -54,7 +55,7 @@ public:
     /** The connection is established: reasons for a failure to connect are of no use any more. */
     void connected();
     /** Gives the connection up without a word to the broker. */
-    void abandon();
+    void abandon() const;
     /** Takes leave of the broker; has to be written. */
     int disconnect();
 
