@@ -6,7 +6,7 @@
  * of the tests with its recording off (some map and text copies an event), so the figures are those
  * of this process alone: no broker, no bus, no event service.
  */
-#include "events/idle_event_consumer_handler.h"
+#include "events/event_consumer_handler.h"
 #include "fakes/call_record.h"
 #include "fakes/fake_config_paths.h"
 #include "fakes/fake_event.h"
@@ -83,13 +83,13 @@ int main(int argc, char **argv)
         return 1;
     }
     tovrel::test::fakeMqtt().topicMatches = topicMatches;
+    tovrel::EventBridge bridge;
     std::unique_ptr<tovrel::BaseDbusHandler> dbus =
         std::make_unique<testing::NiceMock<tovrel::test::MockDbusHandler>>();
     std::unique_ptr<tovrel::BaseEventProducerHandler> producer =
         std::make_unique<tovrel::EventProducerHandler>();
     std::unique_ptr<tovrel::BaseEventConsumerHandler> consumer =
-        std::make_unique<tovrel::IdleEventConsumerHandler>();
-    tovrel::EventBridge bridge;
+        std::make_unique<tovrel::EventConsumerHandler>(&bridge);
     g_idle_add_full(G_PRIORITY_LOW, runBenchmarks, &bridge, nullptr);
     bridge.run(dbus, producer, consumer);
     return 0;

@@ -1,5 +1,5 @@
 #include "core/dbus_handler.h"
-#include "events/idle_event_consumer_handler.h"
+#include "events/event_consumer_handler.h"
 #include "interfaces/log.h"
 #include "mqtt/event_bridge.h"
 #include "mqtt/event_producer_handler.h"
@@ -50,7 +50,7 @@ int main()
         tovrel_log(tovrel::LOG_LEVEL_PROGRESS, "%sCreated event producer", tovrel::LOG_PREFIX);
 
         std::unique_ptr<tovrel::BaseEventConsumerHandler> consumerHandler =
-            std::make_unique<tovrel::IdleEventConsumerHandler>();
+            std::make_unique<tovrel::EventConsumerHandler>(&bridge);
         tovrel_log(tovrel::LOG_LEVEL_PROGRESS, "%sCreated consumer handler", tovrel::LOG_PREFIX);
 
         bridge.run(dbusHandler, producerHandler, consumerHandler);

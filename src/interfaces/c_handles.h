@@ -29,6 +29,12 @@ using GText = CHandle<char, g_free>;
 /** A GLib error. */
 using ErrorHandle = CHandle<GError, g_error_free>;
 
+/** The message of an error for the log, also when a library failed without giving one. */
+inline const char *errorText(const ErrorHandle &error)
+{
+    return error ? error->message : "unknown error";
+}
+
 /**
  * Receives an out-parameter of a C call into an owning handle at the end of the full expression:
  * `call(OutParameter(handle))`.

@@ -1,18 +1,4 @@
-/** Puts the configuration files into a folder of the test process, in the place of the real one. */
+/** Puts the MQTT side's configuration files into the configuration folder of the tests. */
 #pragma once
 
-#include <filesystem>
-#include <string>
-
-namespace tovrel::test {
-
-/** The folder, made at the first call and removed when the process ends. */
-const std::filesystem::path &configFolder();
-
-/** Removes everything in the folder. */
-void emptyConfigFolder();
-
-/** Writes a file anew. */
-void writeFile(const std::filesystem::path &path, const std::string &contents);
-
-} // namespace tovrel::test
+#include "fakes/config_folder.h"

@@ -1,6 +1,7 @@
 #include "fakes/fake_event.h"
 
 #include "fakes/call_record.h"
+#include "fakes/fake_event_base.h"
 
 #include <algorithm>
 
@@ -14,12 +15,22 @@ struct event_producer {
     void *userData;
 };
 
-struct event {
+namespace {
+
+struct EventToSend : event {
+    EventToSend() { ++fakeEvents().livingEvents; }
+    EventToSend(const EventToSend &) = delete;
+    EventToSend &operator=(const EventToSend &) = delete;
+    ~EventToSend() override { --fakeEvents().livingEvents; }
+
     FakeSentEvent content;
     FakeDeclaration keys;
 };
 
-namespace {
+const EventToSend &toSend(const event_t *event)
+{
+    return static_cast<const EventToSend &>(*event);
+}
 
 /** Notes the call and tells whether it goes well. */
 bool begin(const std::string &function, const std::string &arguments, GError **error = nullptr)
@@ -230,8 +241,7 @@ event_t *event_producer_prepare_event(event_producer_t * /*producer*/, int decla
         g_set_error_literal(error, EVENT_ERROR, EVENT_ERROR_UNKNOWN_ID, "unknown id");
         return nullptr;
     }
-    ++fakeEvents().livingEvents;
-    auto *const prepared = new event;
+    auto *const prepared = new EventToSend;
     prepared->content.declarationId = declaration_id;
     prepared->keys = found->second;
     for (const auto &[name, key] : prepared->keys) {
@@ -247,36 +257,30 @@ int event_set_value(event_t *event, const char *key, event_value_t value, GError
     if (!begin("event_set_value", key, error)) {
         return 0;
     }
+    auto &sending = static_cast<EventToSend &>(*event);
     const std::string text = textOf(value);
-    const FakeKey *const declared = findKey(event->keys, key);
+    const FakeKey *const declared = findKey(sending.keys, key);
     if (declared == nullptr || declared->type != value.type ||
         (declared->fixedValue && *declared->fixedValue != text)) {
         return 0;
     }
-    event->content.values[key] = text;
+    sending.content.values[key] = text;
     return 1;
 }
 
 int event_producer_send_event(event_producer_t * /*producer*/, const event_t *event, GError **error)
 {
-    if (!begin("event_producer_send_event", std::to_string(event->content.declarationId), error)) {
+    const EventToSend &sending = toSend(event);
+    if (!begin("event_producer_send_event", std::to_string(sending.content.declarationId), error)) {
         return 0;
     }
-    if (event->content.values.size() != event->keys.size()) {
+    if (sending.content.values.size() != sending.keys.size()) {
         g_set_error_literal(error, EVENT_ERROR, EVENT_ERROR_UNSET_KEY, "unset key");
         return 0;
     }
     ++fakeEvents().sentCount;
     if (isRecording()) {
-        fakeEvents().sent.push_back(event->content);
+        fakeEvents().sent.push_back(sending.content);
     }
     return 1;
-}
-
-void event_free(event_t *event)
-{
-    if (event != nullptr) {
-        --fakeEvents().livingEvents;
-    }
-    delete event;
 }

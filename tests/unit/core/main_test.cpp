@@ -6,6 +6,7 @@
 #include "fakes/fake_config_paths.h"
 #include "fakes/fake_confutils.h"
 #include "fakes/fake_event.h"
+#include "fakes/fake_event_consumer.h"
 #include "fakes/fake_glib_sources.h"
 #include "fakes/fake_mqtt.h"
 #include "fakes/fake_sdbus.h"
@@ -26,6 +27,7 @@ int tovrelMain();
 
 using namespace tovrel::test;
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::ExitedWithCode;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -57,6 +59,7 @@ public:
     {
         reset();
         fakeConfutils();
+        fakeLivingObjects();
     }
 
     Fakes(const Fakes &) = delete;
@@ -68,7 +71,8 @@ public:
             print("after the bridge:");
             printCalls();
             print("clients left: " + std::to_string(fakeMqtt().livingHandles) +
-                  ", producers left: " + std::to_string(fakeEvents().livingProducers));
+                  ", producers left: " + std::to_string(fakeEvents().livingProducers) +
+                  ", consumers left: " + std::to_string(fakeLivingObjects().consumers));
         }
     }
 
@@ -123,10 +127,11 @@ TEST_F(MainDeathTest, SetsTheLoggerUpFirstAndCreatesTheBusConnectionNext)
 
 TEST_F(MainDeathTest, CreatesTheCollaboratorsBeforeItRunsTheBridge)
 {
-    EXPECT_EXIT(
-        runMain(), ExitedWithCode(0),
-        HasSubstr("<sd_bus_request_name com.norq.Tovrel1 flags 0>\n<event_producer_new tovrel>\n"
-                  "<MQTTMsg_new2>\n<MQTTMsg_init 0>"));
+    EXPECT_EXIT(runMain(), ExitedWithCode(0),
+                AllOf(ContainsRegex("<sd_bus_request_name com.norq.Tovrel1 flags 0>\n"
+                                    "<event_producer_new tovrel>\n<event_consumer_new Tovrel>\n"
+                                    "(<confutils_sweep_temporary_files [^\n]*>\n)*"
+                                    "<MQTTMsg_new2>\n<MQTTMsg_init 0>")));
 }
 
 TEST_F(MainDeathTest, EndsWithFailureWhenAConstructorThrows)
@@ -199,7 +204,8 @@ TEST_F(MainDeathTest, EndsWithSuccessAfterTerminatingItself)
                 AllOf(HasSubstr("64 Releasing DBus name\n64 Name released - quitting main loop\n"),
                       HasSubstr("<sd_bus_release_name_async com.norq.Tovrel1>\n<MQTTMsg_delete>\n"
                                 "<g_main_loop_quit>"),
-                      HasSubstr("after the bridge:\nclients left: 0, producers left: 0")));
+                      HasSubstr("after the bridge:\n<event_consumer_free>\nclients left: 0, "
+                                "producers left: 0, consumers left: 0")));
 }
 
 TEST_F(MainDeathTest, EndsWithSuccessWhenTheNameCannotBeReleased)

@@ -283,26 +283,26 @@ TEST_F(EventBridgeTest, AResetEmptiesBothDirectionsAndDoesNothingElse)
 {
     whileRunning([&] {
         bridge->getSubscriptions() = fourItems();
-        publication.idInUse.fill(1);
-        publication.eventFilters["0"].topicFilter = "tns1:Device";
-        publication.topicPrefixSetting = "custom";
-        publication.customTopicPrefix = "mine";
-        publication.appendEventTopic = false;
-        publication.includeTopicNamespaces = false;
-        publication.includeSerialNumberInPayload = true;
+        publication.addEventFilter({"tns1:Device", 0, "none"});
+        publication.setTopicPrefixSetting("custom");
+        publication.setCustomTopicPrefix("mine");
+        publication.setAppendEventTopic(false);
+        publication.setIncludeTopicNamespaces(false);
+        publication.setIncludeSerialNumberInPayload(true);
         EXPECT_CALL(*consumer, eventFilterCount).Times(0);
         bridge->resetConfiguration();
         EXPECT_EQ(recordedCalls(), Calls());
     });
     EXPECT_TRUE(bridge->getSubscriptions().items.empty());
     EXPECT_EQ(bridge->getSubscriptions().allocateId(), "0");
-    EXPECT_EQ(publication.idInUse, PublicationConfig().idInUse);
-    EXPECT_TRUE(publication.eventFilters.empty());
-    EXPECT_EQ(publication.topicPrefixSetting, "default");
-    EXPECT_EQ(publication.customTopicPrefix, "");
-    EXPECT_TRUE(publication.appendEventTopic);
-    EXPECT_TRUE(publication.includeTopicNamespaces);
-    EXPECT_FALSE(publication.includeSerialNumberInPayload);
+    EXPECT_EQ(publication.allocateId(), "0");
+    EXPECT_TRUE(publication.getEventFilters().empty());
+    const PublicationSettings &settings = publication.getSettings();
+    EXPECT_EQ(settings.topicPrefixSetting, "default");
+    EXPECT_EQ(settings.customTopicPrefix, "");
+    EXPECT_TRUE(settings.appendEventTopic);
+    EXPECT_TRUE(settings.includeTopicNamespaces);
+    EXPECT_FALSE(settings.includeSerialNumberInPayload);
 }
 
 TEST_F(EventBridgeTest, WithoutAConsumerAResetEmptiesTheStore)

@@ -1,0 +1,123 @@
+#include "events/event_filter_config.h"
+
+#include "interfaces/exceptions.h"
+#include "interfaces/log.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+namespace tovrel {
+
+namespace {
+
+constexpr std::string_view SUBTOPICS_SUFFIX = "//.";
+
+/** Texts by the policy's number; built on first use and shared. */
+const std::array<std::string, 3> &retainTexts()
+{
+    static const std::array<std::string, 3> texts{"none", "property", "all"};
+    return texts;
+}
+
+std::optional<RetainPolicy> parseRetainPolicy(std::string_view text)
+{
+    const auto &texts = retainTexts();
+    const auto *found = std::find(texts.begin(), texts.end(), text);
+    if (found == texts.end()) {
+        return std::nullopt;
+    }
+    return static_cast<RetainPolicy>(std::distance(texts.begin(), found));
+}
+
+RetainPolicy parseRetainPolicyLeniently(const std::string &text)
+{
+    const auto policy = parseRetainPolicy(text);
+    if (!policy) {
+        tovrel_log(LOG_LEVEL_FAILURE, "%sInvalid retain policy using 'property'", LOG_PREFIX);
+    }
+    return policy.value_or(RetainPolicy::PROPERTY);
+}
+
+/** Takes the segment's namespaces off, the last of which becomes the current one. */
+std::string_view takeNamespaces(std::string_view segment, std::string &currentNamespace)
+{
+    for (auto colon = segment.find(':'); colon != std::string_view::npos;
+         colon = segment.find(':')) {
+        currentNamespace = segment.substr(0, colon);
+        segment.remove_prefix(colon + 1);
+    }
+    return segment;
+}
+
+} // namespace
+
+ParsedTopicFilter parseTopicFilter(std::string topicFilter)
+{
+    ParsedTopicFilter parsed;
+    std::string_view rest = topicFilter;
+    if (rest.ends_with(SUBTOPICS_SUFFIX)) {
+        parsed.matchSubtopics = true;
+        rest.remove_suffix(SUBTOPICS_SUFFIX.size());
+    }
+    std::string currentNamespace;
+    while (!rest.empty()) {
+        const auto slash = rest.find('/');
+        const auto name = takeNamespaces(rest.substr(0, slash), currentNamespace);
+        parsed.segments.emplace_back(currentNamespace, name);
+        rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash + 1);
+    }
+    return parsed;
+}
+
+EventFilterConfig::EventFilterConfig(const char *topicFilterText, std::int32_t qosLevel,
+                                     const char *retainText)
+    : topicFilter(topicFilterText),
+      qos(qosLevel),
+      retainPolicy(parseRetainPolicyLeniently(retainText))
+{
+    appendParsed(topicFilter);
+}
+
+void EventFilterConfig::setTopicFilter(const std::string &text)
+{
+    const auto lock = guard.lock();
+    topicFilter = text;
+    appendParsed(text);
+}
+
+void EventFilterConfig::setQos(std::int32_t level)
+{
+    const auto lock = guard.lock();
+    qos = level;
+}
+
+void EventFilterConfig::setRetainPolicy(const std::string &text)
+{
+    const auto policy = parseRetainPolicy(text);
+    if (!policy) {
+        throw ConfigException("Invalid retain type");
+    }
+    const auto lock = guard.lock();
+    retainPolicy = *policy;
+}
+
+const std::string &EventFilterConfig::retainPolicyText() const
+{
+    const auto index = static_cast<std::size_t>(retainPolicy);
+    if (index >= retainTexts().size()) {
+        throw ConfigException("Invalid retain type");
+    }
+    return retainTexts().at(index);
+}
+
+void EventFilterConfig::appendParsed(const std::string &text)
+{
+    auto parsed = parseTopicFilter(text);
+    matchSubtopics = matchSubtopics || parsed.matchSubtopics;
+    std::move(parsed.segments.begin(), parsed.segments.end(), std::back_inserter(topicSegments));
+}
+
+} // namespace tovrel

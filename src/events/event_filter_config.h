@@ -1,0 +1,80 @@
+/** One event filter of the publication configuration. */
+#pragma once
+
+#include "events/config_guard.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tovrel {
+
+/** When the MQTT retain flag is set for messages of a filter. */
+enum class RetainPolicy : std::int32_t {
+    NONE = 0,     /**< never */
+    PROPERTY = 1, /**< for property (stateful) events */
+    ALL = 2       /**< always */
+};
+
+/** A topic filter in its parts. */
+struct ParsedTopicFilter {
+    /** Whether the filter ended in "//.": topics below the named one match, too. */
+    bool matchSubtopics = false;
+    /** (namespace, name) of each level; a level without a namespace has that of the one before. */
+    std::vector<std::pair<std::string, std::string>> segments;
+};
+
+/** Splits a topic filter such as "tns1:Device/tnsnorq:Beta//." into its parts. */
+ParsedTopicFilter parseTopicFilter(std::string topicFilter);
+
+/**
+ * An event filter: which events, published with which QoS and retain policy. A value type; the
+ * items of a live configuration change under its owner's lock.
+ */
+class EventFilterConfig {
+public:
+    /**
+     * A filter from its texts. An unknown retain text is logged and means "property". Null texts
+     * raise std::logic_error. The QoS is stored as it stands.
+     */
+    EventFilterConfig(const char *topicFilterText, std::int32_t qosLevel, const char *retainText);
+
+    /**
+     * Replaces the text of the filter. Its segments are appended to those that are there, and
+     * matchSubtopics stays true once it was: a changed filter selects what an event service
+     * subscription with all these levels selects, until it is built anew from the file.
+     */
+    void setTopicFilter(const std::string &text);
+
+    void setQos(std::int32_t level);
+
+    /** "none", "property" or "all"; throws ConfigException, with nothing changed, for others. */
+    void setRetainPolicy(const std::string &text);
+
+    /** The policy's text; throws ConfigException for a value that has none. */
+    [[nodiscard]] const std::string &retainPolicyText() const;
+
+    [[nodiscard]] const std::string &getTopicFilter() const { return topicFilter; }
+    [[nodiscard]] std::int32_t getQos() const { return qos; }
+    [[nodiscard]] RetainPolicy getRetainPolicy() const { return retainPolicy; }
+    [[nodiscard]] bool getMatchSubtopics() const { return matchSubtopics; }
+    [[nodiscard]] const std::vector<std::pair<std::string, std::string>> &getTopicSegments() const
+    {
+        return topicSegments;
+    }
+
+private:
+    friend class PublicationConfig;
+
+    void appendParsed(const std::string &text);
+
+    ConfigGuard guard;
+    std::string topicFilter;
+    std::int32_t qos;
+    RetainPolicy retainPolicy;
+    bool matchSubtopics = false;
+    std::vector<std::pair<std::string, std::string>> topicSegments;
+};
+
+} // namespace tovrel
