@@ -151,8 +151,8 @@ TEST_F(ConsumerInterleavingTest, ADeliveryUnderWayWhenItsSlotIsFreedIsDiscardedW
     makeConsumer({"onvif:Device"});
     std::atomic<int> idle = 0;
     std::atomic<bool> waiting = false;
-    syncHooks().beforeWait = [&](const std::condition_variable *condition) {
-        idle += isConditionOf(*consumer, Worker::STATUS, condition) ? 1 : 0;
+    syncHooks().beforeWait = [&, &watched = *consumer](const std::condition_variable *condition) {
+        idle += isConditionOf(watched, Worker::STATUS, condition) ? 1 : 0;
         waiting = waiting || isWithin(SubscriptionRegistry::instance(), condition);
     };
     setFakeConsumerWaits(false);
