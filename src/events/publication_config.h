@@ -68,8 +68,9 @@ public:
     void save() const;
 
     /**
-     * Reads the current file, or the legacy one, into this configuration. The legacy file is then
-     * deleted and the current one written. Failures are logged; a missing file is none.
+     * Reads the current file, or the legacy one, into this configuration. After the legacy file the
+     * current one is written, and then the legacy one deleted, also when writing failed. Failures
+     * are logged; a missing file is none.
      */
     void load(bool current);
 

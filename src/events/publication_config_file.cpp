@@ -209,8 +209,9 @@ void PublicationConfig::migrateLegacy()
     readGroups(file.get(), *this, [this](const char *group, EventFilterConfig filter) {
         addMigratedFilter(*this, group, std::move(filter));
     });
-    unlink(legacyPublicationFile());
+    // In this order a crash in between leaves both files, and taking over once more gives the same.
     save();
+    unlink(legacyPublicationFile());
 }
 
 } // namespace tovrel

@@ -21,6 +21,9 @@ gboolean confutils_set_file_contents_with_sync_mode(const char *path, const char
 {
     const std::string function = "confutils_set_file_contents_with_sync_mode";
     recordCall(function + " " + path);
+    if (fakeConfutils().onWrite) {
+        fakeConfutils().onWrite();
+    }
     if (shallFail(function)) {
         if (fakeConfutils().failureMessage) {
             g_set_error_literal(error, G_FILE_ERROR, G_FILE_ERROR_FAILED,

@@ -1,6 +1,7 @@
 /** Stands in for the configuration-file helper: keeps contents in memory. Not thread-safe. */
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@ struct FakeConfutils {
     std::map<std::string, FakeFile> files;
     /** Message of a failure that failCall() asks for; none: the error stays unset. */
     std::optional<std::string> failureMessage = "Failed to write";
+    /** Called when a file is to be written, before anything else. */
+    std::function<void()> onWrite;
 };
 
 /** The one helper of the process. */
