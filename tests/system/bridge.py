@@ -2,12 +2,11 @@
 
 import json
 import os
-import queue
 import re
 import subprocess
-import threading
 from pathlib import Path
 
+from lines import ProcessLines
 from waiting import DEADLINE_SECONDS, wait_until
 
 HOST = os.environ.get("SANDBOX_MQTT_HOST")
@@ -142,24 +141,13 @@ class Watcher:
     END_ITEM = item(255, END_TOPIC)
 
     def __init__(self):
-        self.process = subprocess.Popen(
-            ["norq-event", "watch", "--json", "--topic", "tnsnorq:MQTT/Message//."],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        assert self.process.stderr.readline() == "watching\n"
-        self.lines = queue.Queue()
-        self.reader = threading.Thread(target=self._read)
-        self.reader.start()
-
-    def _read(self):
-        for line in self.process.stdout:
-            self.lines.put(line)
+        self.watching = ProcessLines("norq-event", "watch", "--json", "--topic",
+                                     "tnsnorq:MQTT/Message//.")
+        assert self.watching.process.stderr.readline() == "watching\n"
 
     def next(self):
         """The next event; fails the test when none comes in time."""
-        try:
-            return Event(self.lines.get(timeout=DEADLINE_SECONDS))
-        except queue.Empty:
-            raise AssertionError("no event arrived in time") from None
+        return Event(self.watching.next("an event"))
 
     def all_so_far(self):
         """
@@ -175,11 +163,7 @@ class Watcher:
             events.append(event)
 
     def close(self):
-        self.process.terminate()
-        self.process.wait(timeout=DEADLINE_SECONDS)
-        self.reader.join()
-        self.process.stdout.close()
-        self.process.stderr.close()
+        self.watching.close()
 
 
 def declarations():

@@ -2,6 +2,7 @@
 
 import pytest
 from bridge import LOGS, Watcher, log_of
+from publishing import Published
 
 # What no service may have said in any test, whatever else it was about.
 DEFECTS = ("AddressSanitizer", "LeakSanitizer", "ThreadSanitizer", "runtime error:", "CRITICAL",
@@ -14,6 +15,14 @@ def watching_events():
     watcher = Watcher()
     yield watcher
     watcher.close()
+
+
+@pytest.fixture(name="published")
+def watching_messages():
+    """A subscriber of all that the service publishes, from before its start."""
+    published = Published()
+    yield published
+    published.close()
 
 
 @pytest.fixture(autouse=True)

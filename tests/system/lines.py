@@ -1,0 +1,36 @@
+"""A process whose lines of output a test waits for."""
+
+import queue
+import subprocess
+import threading
+
+from waiting import DEADLINE_SECONDS
+
+
+class ProcessLines:
+    """Runs a command until it is closed; each line that it writes is there to be taken once."""
+
+    def __init__(self, *command):
+        self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                        text=True)
+        self.lines = queue.Queue()
+        self.reader = threading.Thread(target=self._read)
+        self.reader.start()
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.lines.put(line)
+
+    def next(self, what):
+        """The next line; fails the test when none comes in time."""
+        try:
+            return self.lines.get(timeout=DEADLINE_SECONDS)
+        except queue.Empty:
+            raise AssertionError(f"{what} did not come in time") from None
+
+    def close(self):
+        self.process.terminate()
+        self.process.wait(timeout=DEADLINE_SECONDS)
+        self.reader.join()
+        self.process.stdout.close()
+        self.process.stderr.close()
