@@ -3,6 +3,7 @@
 import pytest
 from bridge import LOGS, Watcher, log_of
 from publishing import Published
+from relay import Relay
 
 # What no service may have said in any test, whatever else it was about.
 DEFECTS = ("AddressSanitizer", "LeakSanitizer", "ThreadSanitizer", "runtime error:", "CRITICAL",
@@ -23,6 +24,14 @@ def watching_messages():
     published = Published()
     yield published
     published.close()
+
+
+@pytest.fixture(name="relay")
+def relaying():
+    """A relay through which the service will reach the broker; the service must not run yet."""
+    relay = Relay()
+    yield relay
+    relay.close()
 
 
 @pytest.fixture(autouse=True)

@@ -20,16 +20,20 @@ class ProcessLines:
     def _read(self):
         for line in self.process.stdout:
             self.lines.put(line)
+        self.lines.put(None)
 
     def next(self, what):
-        """The next line; fails the test when none comes in time."""
+        """The next line; fails the test when none comes in time, or none can come any more."""
         try:
-            return self.lines.get(timeout=DEADLINE_SECONDS)
+            line = self.lines.get(timeout=DEADLINE_SECONDS)
         except queue.Empty:
             raise AssertionError(f"{what} did not come in time") from None
+        assert line is not None, f"{what} cannot come: {self.process.args[0]} has ended"
+        return line
 
     def close(self):
-        self.process.terminate()
+        # mosquitto_sub hangs at times when it is asked to end.
+        self.process.kill()
         self.process.wait(timeout=DEADLINE_SECONDS)
         self.reader.join()
         self.process.stdout.close()

@@ -4,7 +4,9 @@ import itertools
 import json
 import subprocess
 from dataclasses import dataclass
+from pathlib import Path
 
+import jsonschema
 from bridge import ETC, HOST, PORT, call_service, times_subscribed, wait_for_subscription
 from lines import ProcessLines
 from waiting import DEADLINE_SECONDS
@@ -12,6 +14,8 @@ from waiting import DEADLINE_SECONDS
 PUBLICATION = ETC / "event_to_mqtt_v2.conf"
 LEGACY_PUBLICATION = ETC / "event_to_mqtt.conf"
 EVERY_QOS = {0, 1, 2}
+EVENT_SCHEMA = Path(__file__).parents[2] / "docs" / "event-json.schema.json"
+EVENT_DOCUMENTS = jsonschema.Draft7Validator(json.loads(EVENT_SCHEMA.read_text(encoding="utf-8")))
 
 
 # configuration
@@ -71,6 +75,21 @@ def send_event(*arguments, fails=False):
     return done.stderr
 
 
+def wait_for_event(*conditions):
+    """
+    Waits for an event, as "norq-event watch" takes the conditions. The last value of a property
+    counts as well. When it returns, all clients get what is sent from now on behind that event.
+    """
+    subprocess.run(["norq-event", "watch", "--count", "1", "--timeout", str(DEADLINE_SECONDS),
+                    *conditions], check=True, stdout=subprocess.DEVNULL)
+
+
+def wait_for_connection(connected):
+    """Waits until the service's MQTT client has announced that it is connected, or that not."""
+    wait_for_event("--topic", "tns1:Device/tnsnorq:MQTT/ClientStatus",
+                   "--match", f"connected={connected:d}")
+
+
 class HeldEvent:
     """A process that declares an event and sends it, by lines as "norq-event send" takes them."""
 
@@ -101,7 +120,7 @@ END_FILTERS = {f"end{qos}": event_filter("norq:EndOfTest", qos=qos) for qos in E
 
 @dataclass(frozen=True)
 class Message:
-    """One message as a subscriber gets it."""
+    """One message as a subscriber gets it, with the retain flag as the service set it."""
 
     topic: str
     payload: str
@@ -110,7 +129,10 @@ class Message:
 
     @property
     def document(self):
-        return json.loads(self.payload)
+        """The payload, which must be an event document as the schema has it."""
+        document = json.loads(self.payload)
+        EVENT_DOCUMENTS.validate(document)
+        return document
 
     @property
     def end_number(self):
@@ -130,8 +152,11 @@ class MessageWatcher:
 
     def __init__(self, topic_filter="#", qos=2):
         before = times_subscribed(topic_filter)
-        self.subscriber = ProcessLines("mosquitto_sub", "-h", HOST, "-p", PORT, "-q", str(qos),
-                                       "-t", topic_filter, "-F", "%j")
+        # With MQTT 3.1.1 the broker would hide the retain flag from those that are there in time.
+        # Under load it sends more at once than version 5 allows by default, and the subscriber ends.
+        self.subscriber = ProcessLines(
+            "mosquitto_sub", "-h", HOST, "-p", PORT, "-t", topic_filter, "-q", str(qos), "-F", "%j",
+            "-V", "mqttv5", "--retain-as-published", "-D", "connect", "receive-maximum", "65535")
         wait_for_subscription(topic_filter, before)
 
     def next(self):
