@@ -214,7 +214,15 @@ void Connection::becomeConnected(BrokerLink &link)
     subscribing.clear();
     parts.subscriptions->connectionBegan(brokerHasSession);
     log.connected();
-    parts.status->announce({.active = true, .connected = true});
+    announced = false;
+}
+
+void Connection::announceWhenRoomy()
+{
+    if (!announced && parts.outbound->isHalfFree()) {
+        announced = true;
+        parts.status->announce({.active = true, .connected = true});
+    }
 }
 
 void Connection::serveConnection(BrokerLink &link)
@@ -223,7 +231,9 @@ void Connection::serveConnection(BrokerLink &link)
         return;
     }
     sendSubscriptions(link);
-    check(link, delivery.run(link));
+    if (check(link, delivery.run(link))) {
+        announceWhenRoomy();
+    }
 }
 
 void Connection::noteWrites(BrokerLink &link)

@@ -79,6 +79,11 @@ private:
     void sendSubscriptions(BrokerLink &link);
     void watchTime(BrokerLink &link);
     void becomeConnected(BrokerLink &link);
+    /**
+     * Tells that the client is connected once it can take new messages: those who waited for it
+     * have as much to publish as they could keep, and would see it refused behind a backlog.
+     */
+    void announceWhenRoomy();
     void noteWrites(BrokerLink &link);
     /** Takes note of a result; on a failure the connection is given up. True on success. */
     bool check(BrokerLink &link, int code);
@@ -106,6 +111,7 @@ private:
     unsigned long writesSeen = 0;
     std::string refusal;
     bool accepted = false;
+    bool announced = false; // that this connection is there
     bool brokerHasSession = false;
     bool reading = true;
     bool moreToRead = false;

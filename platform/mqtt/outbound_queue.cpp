@@ -66,6 +66,12 @@ void OutboundQueue::finish(std::size_t messages, std::size_t bytes)
     byteCount -= bytes;
 }
 
+bool OutboundQueue::isHalfFree() const
+{
+    const std::lock_guard guard(mutex);
+    return messageCount <= messageLimit / 2 && byteCount <= byteLimit / 2;
+}
+
 std::size_t OutboundQueue::unfinished() const
 {
     const std::lock_guard guard(mutex);

@@ -44,6 +44,8 @@ public:
     bool takeAll(std::deque<OutboundMessage> &target);
     /** Gives back the places of finished messages. */
     void finish(std::size_t messages, std::size_t bytes);
+    /** Whether at least half of the places and of the bytes are free. */
+    [[nodiscard]] bool isHalfFree() const;
     /** Messages accepted and not finished. */
     [[nodiscard]] std::size_t unfinished() const;
 

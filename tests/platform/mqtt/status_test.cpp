@@ -1,4 +1,5 @@
 #include "platform/mqtt/fixture.h"
+#include "platform/mqtt/reluctant_broker.h"
 
 namespace mqtt_test {
 namespace {
@@ -39,6 +40,27 @@ TEST_F(MqttStatusTest, IsAnnouncedAtEveryChangeFromTheBeginning)
     EXPECT_TRUE(announced({{true, false}, {true, true}, {true, false}}));
     broker.start();
     EXPECT_TRUE(announced({{true, false}, {true, true}, {true, false}, {true, true}}));
+}
+
+TEST_F(MqttStatusTest, IsConnectedOnceHalfOfTheOutboundQueueIsFree)
+{
+    ReluctantBroker broker;
+    configure(broker.port(), "", "[queue]\nmessages=8\n");
+    TestClient client;
+    client.init();
+    for (int count = 0; count < 8; ++count) {
+        ASSERT_EQ(client.publish("a", "waits", 1).code, MQTTMSG_OK);
+    }
+    broker.start();
+    ASSERT_TRUE(waitUntil([&] { return broker.received() == 8; }));
+    broker.confirm(3);
+    for (int freed = 0; freed < 3; ++freed) {
+        ASSERT_TRUE(waitUntil([&] { return client.publish("a", "b", 1).code == MQTTMSG_OK; }));
+    }
+    ASSERT_TRUE(waitUntil([&] { return broker.received() == 11; }));
+    EXPECT_EQ(FakeEventService::sent(), (std::vector<Status>{{true, false}}));
+    broker.confirm(4);
+    EXPECT_TRUE(announced({{true, false}, {true, true}}));
 }
 
 TEST_F(MqttStatusTest, SwitchedOffIsAnnouncedAndStaysWhileTheHandleLives)
