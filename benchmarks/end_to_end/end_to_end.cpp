@@ -5,7 +5,7 @@
  * means.
  *
  * usage: scripts/sandbox --no-service BUILD/benchmarks/end_to_end [--quick] [--seconds N]
- *            [--rounds N] [--qos N]
+ *            [--rounds N] [--qos N] [--burst N]
  *
  * Exit status: 0; 1 when a message of a sustained load or of a burst of 1000 events was lost, or
  * the measurement failed.
@@ -123,6 +123,8 @@ Options readOptions(int argc, char **argv)
             options.time = std::chrono::seconds(number);
         } else if (option == "--rounds") {
             options.rounds = number;
+        } else if (option == "--burst") {
+            options.longestBurst = static_cast<std::uint64_t>(number);
         } else if (option == "--qos") {
             options.qos = {number};
         } else {

@@ -2,6 +2,8 @@
 
 #include <glib.h>
 #include <mosquitto.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -196,8 +198,29 @@ int BrokerLink::read(bool &exhausted)
 int BrokerLink::write()
 {
     ++writeCount;
+    if (holdingBack && !corked) {
+        cork(true);
+    }
     errno = 0;
     return mosquitto_loop_write(client.get(), 1);
+}
+
+void BrokerLink::release()
+{
+    const int savedErrno = errno;
+    holdingBack = false;
+    if (corked) {
+        cork(false);
+    }
+    errno = savedErrno;
+}
+
+/** Best effort: without it every message is a packet of its own. */
+void BrokerLink::cork(bool on)
+{
+    const int value = on ? 1 : 0;
+    setsockopt(fd(), IPPROTO_TCP, TCP_CORK, &value, sizeof value);
+    corked = on;
 }
 
 int BrokerLink::keepAlive()

@@ -68,6 +68,13 @@ public:
     int read(bool &exhausted);
     /** Writes what the socket takes. */
     int write();
+    /**
+     * From holdBack() to release() the kernel may collect what is written, to send it as few
+     * packets. libmosquitto writes each message on its own, and most of what a small message costs
+     * is its way through the network stack.
+     */
+    void holdBack() { holdingBack = true; }
+    void release();
     /** Number of calls of write() so far. */
     [[nodiscard]] unsigned long writes() const { return writeCount; }
     /** Sends a keepalive ping when it is due, and finds out that the last one was not answered. */
@@ -86,12 +93,15 @@ private:
 
     void setCallbacks();
     int prepareTls();
+    void cork(bool on);
 
     const MqttSettings &settings;
     BrokerListener &listener;
     std::string libraryError; // what libmosquitto said last while connecting
     bool tlsReady = false;
     unsigned long writeCount = 0;
+    bool holdingBack = false;
+    bool corked = false;
     Client client;
 };
 

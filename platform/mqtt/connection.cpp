@@ -81,6 +81,7 @@ void Connection::loop(BrokerLink &link)
         }
         wait(link);
         serveConnection(link);
+        link.release();
         noteWrites(link);
         watchTime(link);
     }
@@ -123,6 +124,7 @@ void Connection::wait(BrokerLink &link)
     if (descriptors[0].revents != 0) {
         parts.wake->drain();
     }
+    link.holdBack();
     serveSocket(link, socket.revents);
 }
 
