@@ -1,23 +1,28 @@
 /**
- * Renders an event as one line of JSON; docs/event-json.md describes the document. It stands on
- * the public accessors alone, and on the path of every published event.
+ * Renders an event as one line of JSON; docs/event-json.md describes the document. It stands on the
+ * path of every published event.
  */
+#include "event/client/event_handle.h"
 #include "event/core/barrier.h"
 #include "event/json_handles.h"
 #include "event/json_time.h"
 #include "event/json_topic.h"
+#include "event/json_writer.h"
 
 #include <norq/event.h>
 
 #include <array>
 #include <charconv>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
+#include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
+using namespace norq::event;
 using namespace norq::json;
 
 /** GLib's allocator ends the process when memory is exhausted, so that no setter can throw. */
@@ -33,7 +38,6 @@ constexpr const char *TAG_SOURCE = "onvif-source";
 constexpr const char *TAG_KEY = "onvif-key";
 constexpr const char *TAG_DATA = "onvif-data";
 
-constexpr std::size_t DUMP_FLAGS = JSON_COMPACT | JSON_ENCODE_ANY;
 /** Digits that any decimal number of that length keeps on its way through a double. */
 constexpr unsigned int EXACT_DIGITS = 15;
 /** Digits that every double keeps on its way through decimal notation. */
@@ -46,29 +50,15 @@ struct Places {
     bool data = false;
 };
 
-Places placesOf(const event_t *event, unsigned int index)
+Places placesOf(const DeclaredKey &key)
 {
     Places places;
-    GList *tags = event_get_tags_at(event, index);
-    for (GList *tag = tags; tag != nullptr; tag = tag->next) {
-        const std::string_view name = static_cast<const char *>(tag->data);
-        places.source |= name == TAG_SOURCE;
-        places.key |= name == TAG_KEY;
-        places.data |= name == TAG_DATA;
+    for (const std::string &tag : key.tags) {
+        places.source |= tag == TAG_SOURCE;
+        places.key |= tag == TAG_KEY;
+        places.data |= tag == TAG_DATA;
     }
-    g_list_free_full(tags, g_free);
     return places;
-}
-
-template <typename Number>
-Number parsed(std::string_view text)
-{
-    Number number{};
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (failure != std::errc() || end != text.data() + text.size()) {
-        throw RenderError("a number is malformed");
-    }
-    return number;
 }
 
 unsigned int significantDigits(std::string_view number)
@@ -81,59 +71,53 @@ unsigned int significantDigits(std::string_view number)
     return count;
 }
 
+/** The levels "topic0", "topic1", ... of an event up to the first that is missing. */
+TopicText topicOf(const EventContent &content, const NamespaceNames &names)
+{
+    const Declaration &declaration = *content.declaration;
+    TopicText topic;
+    std::array<char, 16> key{'t', 'o', 'p', 'i', 'c'};
+    for (unsigned int level = 0;; ++level) {
+        const char *end =
+            std::to_chars(key.data() + TOPIC_KEY_PREFIX.size(), key.data() + key.size(), level).ptr;
+        const auto index =
+            declaration.find({key.data(), static_cast<std::size_t>(end - key.data())});
+        const Value *value = index ? content.valueAt(*index) : nullptr;
+        if (value == nullptr) {
+            return topic;
+        }
+        topic.add(names.of(declaration.keys()[*index].nameSpace), value->text());
+    }
+}
+
 /** One document under construction. */
 class Document {
 public:
-    Document(const event_t *rendered, const json_options_t *naming)
-        : event(rendered),
-          options(naming),
-          root(owned(json_object())),
-          source(owned(json_object())),
-          data(owned(json_object()))
+    Document(const EventContent &rendered, const json_options_t *naming)
+        : content(rendered), options(naming), topic(topicOf(content, namespaceNames()))
     {
     }
 
-    /** Collects the parts in the order in which the document shows them. */
-    void build()
+    /** Puts the parts together in the order in which the document shows them. */
+    std::string build()
     {
-        put(root.get(), "UtcTime", owned(json_string(utcTimeText(event_get_time(event)).data())));
-        const TopicText topic = topicOf(event, namespaceNames());
-        put(root.get(), "Topic", owned(json_stringn(topic.get().data(), topic.get().size())));
-        if (event_is_property(event) != 0) {
-            const char *operation = event_is_initial(event) != 0 ? "Initialized" : "Changed";
-            put(root.get(), "PropertyOperation", owned(json_string(operation)));
+        addItems();
+        ObjectWriter root;
+        const TimeText time = utcTimeText(content.time);
+        root.addText("UtcTime", {time.data(), time.size()});
+        root.addText("Topic", topic.get());
+        if (content.declaration->isProperty()) {
+            root.addText("PropertyOperation", content.initial ? "Initialized" : "Changed");
         }
-        addItems(topic);
-        put(root.get(), "Source", std::move(source));
+        root.addObject("Source", std::move(source));
         if (key) {
-            put(root.get(), "Key", std::move(key));
+            root.addObject("Key", std::move(*key));
         }
-        put(root.get(), "Data", std::move(data));
+        root.addObject("Data", std::move(data));
         if (options != nullptr && options->serialNumber) {
-            put(root.get(), "SerialNumber", owned(json_string(options->serialNumber.get())));
+            root.addText("SerialNumber", options->serialNumber.get());
         }
-    }
-
-    /** The document as text from the C allocator, whatever allocator Jansson was told to use. */
-    MallocText dump() const
-    {
-        const std::size_t flags = DUMP_FLAGS | JSON_REAL_PRECISION(realDigits);
-        std::array<char, 2048> buffer; // enough for nearly every event: then it is dumped once
-        const std::size_t size = json_dumpb(root.get(), buffer.data(), buffer.size(), flags);
-        if (size == 0) {
-            throw RenderError("the document cannot be written");
-        }
-        MallocText text(static_cast<char *>(std::malloc(size + 1)));
-        if (!text) {
-            throw RenderError("memory is exhausted");
-        }
-        if (size <= buffer.size()) {
-            std::memcpy(text.get(), buffer.data(), size);
-        } else if (json_dumpb(root.get(), text.get(), size, flags) != size) {
-            throw RenderError("the document cannot be written");
-        }
-        text.get()[size] = '\0';
-        return text;
+        return std::move(root).finish();
     }
 
 private:
@@ -148,74 +132,87 @@ private:
         return {chosen(options->onvif, "tns1"), chosen(options->norq, "tnsnorq")};
     }
 
-    void addItems(const TopicText &topic)
+    /** Calls `take` with the key, the value and the places of every item. */
+    template <typename Take>
+    void forEachItem(Take take) const
     {
-        const unsigned int count = event_get_key_count(event);
-        for (unsigned int index = 0; index < count; ++index) {
-            const char *value = event_get_value_at(event, index);
-            if (value != nullptr) { // a prepared event may have keys that are not set yet
-                addItem(event_get_key_at(event, index), value, index, topic);
+        const auto &keys = content.declaration->keys();
+        for (std::size_t index = 0; index < keys.size(); ++index) {
+            const Value *value = content.valueAt(index);
+            if (value == nullptr) {
+                continue; // a prepared event may have keys that are not set yet
+            }
+            Places places = placesOf(keys[index]);
+            const bool placed = places.source || places.key || places.data;
+            if (placed || !topic.contains(keys[index].name.c_str())) {
+                places.data |= !placed;
+                take(keys[index].name, *value, places);
             }
         }
     }
 
-    void addItem(const char *name, const char *value, unsigned int index, const TopicText &topic)
+    void addItems()
     {
-        Places places = placesOf(event, index);
-        const bool placed = places.source || places.key || places.data;
-        if (!placed && topic.contains(name)) {
-            return;
-        }
-        places.data |= !placed;
-
-        const Json item = valueOf(event_get_type_at(event, index), value);
-        const auto place = [&](json_t *object) {
-            put(object, name, Json(json_incref(item.get())));
-        };
-        if (places.source) {
-            place(source.get());
-        }
-        if (places.key) {
-            key = key ? std::move(key) : owned(json_object());
-            place(key.get());
-        }
-        if (places.data) {
-            place(data.get());
-        }
+        const std::size_t digits = realDigits();
+        forEachItem([&](const std::string &name, const Value &value, Places places) {
+            if (places.source) {
+                addItem(source, name, value, digits);
+            }
+            if (places.key) {
+                addItem(key ? *key : key.emplace(), name, value, digits);
+            }
+            if (places.data) {
+                addItem(data, name, value, digits);
+            }
+        });
     }
 
-    Json valueOf(event_value_type type, const char *text)
+    static void addItem(ObjectWriter &object, const std::string &name, const Value &value,
+                        std::size_t digits)
     {
-        switch (type) {
+        switch (value.type()) {
         case EVENT_VALUE_BOOLEAN:
-            return owned(json_boolean(std::strcmp(text, "0") != 0));
+            return object.addBoolean(name, value.boolean());
         case EVENT_VALUE_INT:
-            return owned(json_integer(parsed<json_int_t>(text)));
+            return object.addNumber(name, value.text());
         case EVENT_VALUE_DOUBLE:
-            noteDigits(text);
-            return owned(json_real(parsed<double>(text)));
+            return object.addNumber(name, decimalOf(value.number(), digits));
         case EVENT_VALUE_STRING:
-            break;
+            return object.addText(name, value.text());
         }
-        return owned(json_string(text));
     }
 
     /** 0.1 shall not read 0.10000000000000001, unless another number needs all digits. */
-    void noteDigits(std::string_view number)
+    std::size_t realDigits() const
     {
-        if (significantDigits(number) > EXACT_DIGITS) {
-            realDigits = ALL_DIGITS;
-        }
+        std::size_t digits = EXACT_DIGITS;
+        forEachItem([&](const std::string & /*name*/, const Value &value, Places /*places*/) {
+            if (value.type() == EVENT_VALUE_DOUBLE &&
+                significantDigits(value.text()) > EXACT_DIGITS) {
+                digits = ALL_DIGITS;
+            }
+        });
+        return digits;
     }
 
-    const event_t *event;
+    const EventContent &content;
     const json_options_t *options;
-    Json root;
-    Json source;
-    Json key; // created with the first key item
-    Json data;
-    std::size_t realDigits = EXACT_DIGITS;
+    const TopicText topic;
+    ObjectWriter source;
+    std::optional<ObjectWriter> key; // created with the first key item
+    ObjectWriter data;
 };
+
+/** A copy from the C allocator. */
+MallocText copyOf(const std::string &text)
+{
+    MallocText copy(static_cast<char *>(std::malloc(text.size() + 1)));
+    if (!copy) {
+        throw RenderError("memory is exhausted");
+    }
+    std::memcpy(copy.get(), text.c_str(), text.size() + 1);
+    return copy;
+}
 
 /** Texts from outside must not be able to spoil a document. */
 void assign(GText &text, const char *value)
@@ -258,8 +255,7 @@ char *event_get_json(const event_t *event, const json_options_t *options)
     g_return_val_if_fail(event != nullptr, nullptr);
     return norq::event::withBarrier("Rendering an event as JSON", static_cast<char *>(nullptr),
                                     [&] {
-                                        Document document(event, options);
-                                        document.build();
-                                        return document.dump().release();
+                                        Document document(*event->content, options);
+                                        return copyOf(document.build()).release();
                                     });
 }

@@ -4,13 +4,21 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
 namespace norq::json {
 
-/** Room for "YYYY-MM-DDThh:mm:ss.mmmZ"; wider than that so that the compiler sees it fits. */
-using TimeText = std::array<char, 64>;
+/** "YYYY-MM-DDThh:mm:ss.mmmZ" */
+using TimeText = std::array<char, 24>;
+
+/** Overwrites the digits at a place of a text with a number, from its last digit to its first. */
+inline void putDigits(TimeText &text, std::size_t first, std::size_t count, unsigned int number)
+{
+    for (std::size_t index = first + count; index-- > first; number /= 10) {
+        text.at(index) = static_cast<char>('0' + number % 10);
+    }
+}
 
 /**
  * Microseconds since 1970-01-01 UTC as ISO 8601 with milliseconds (cut, not rounded) and "Z".
@@ -30,13 +38,17 @@ inline TimeText utcTimeText(std::int64_t microseconds)
     const year_month_day date(midnight);
     const hh_mm_ss clock(time - midnight);
 
-    TimeText text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
-                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                  static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
-                  static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()),
-                  static_cast<int>(clock.subseconds().count()));
+    TimeText text =
+        std::to_array<char, 24>({'0', '0', '0', '0', '-', '0', '0', '-', '0', '0', 'T', '0',
+                                 '0', ':', '0', '0', ':', '0', '0', '.', '0', '0', '0', 'Z'});
+    const auto number = [](auto count) { return static_cast<unsigned int>(count); };
+    putDigits(text, 0, 4, number(static_cast<int>(date.year())));
+    putDigits(text, 5, 2, number(date.month()));
+    putDigits(text, 8, 2, number(date.day()));
+    putDigits(text, 11, 2, number(clock.hours().count()));
+    putDigits(text, 14, 2, number(clock.minutes().count()));
+    putDigits(text, 17, 2, number(clock.seconds().count()));
+    putDigits(text, 20, 3, number(clock.subseconds().count()));
     return text;
 }
 

@@ -1,9 +1,6 @@
 /** The topic of an event as one text, and which of its keys the topic is made of. */
 #pragma once
 
-#include <norq/event.h>
-
-#include <array>
 #include <charconv>
 #include <optional>
 #include <string>
@@ -17,12 +14,8 @@ struct NamespaceNames {
     std::string_view norq;
 
     /** The name for a namespace of an event; any other than the two keeps its own. */
-    std::string_view of(const char *nameSpace) const
+    std::string_view of(std::string_view own) const
     {
-        if (nameSpace == nullptr) {
-            return {};
-        }
-        const std::string_view own = nameSpace;
         if (own == "tns1") {
             return onvif;
         }
@@ -85,21 +78,5 @@ private:
     std::string current;
     unsigned int levels = 0;
 };
-
-/** The levels "topic0", "topic1", ... of an event up to the first that is missing. */
-inline TopicText topicOf(const event_t *event, const NamespaceNames &names)
-{
-    TopicText topic;
-    std::array<char, 16> key{'t', 'o', 'p', 'i', 'c'};
-    for (unsigned int level = 0;; ++level) {
-        char *last = key.data() + key.size() - 1;
-        *std::to_chars(key.data() + TOPIC_KEY_PREFIX.size(), last, level).ptr = '\0';
-        const char *value = event_get_value(event, key.data());
-        if (value == nullptr) {
-            return topic;
-        }
-        topic.add(names.of(event_get_name_space(event, key.data())), value);
-    }
-}
 
 } // namespace norq::json

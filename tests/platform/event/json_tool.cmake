@@ -3,7 +3,7 @@ add_library(event_json_events STATIC json_events.cpp)
 target_link_libraries(event_json_events PUBLIC norq::event PRIVATE tovrel::options)
 
 tovrel_add_test(event_json_test LABEL platform
-    SOURCES json_test.cpp
+    SOURCES json_memory_test.cpp json_test.cpp
     LINKS event_json_events test_support PkgConfig::JANSSON)
 target_compile_definitions(event_json_test PRIVATE
     EVENT_JSON_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/event-json.md")
