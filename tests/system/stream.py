@@ -52,6 +52,9 @@ class Stream:
         self.sent = 0
         self.stopping = threading.Event()
         self.thread = None
+        # What the tool complains about while the event service is away must not hold it up.
+        self.complaints = threading.Thread(target=self.event.process.stderr.read)
+        self.complaints.start()
 
     def run(self):
         self.stopping.clear()
@@ -93,7 +96,10 @@ class Stream:
 
     def close(self):
         self.stop()
-        self.event.process.communicate(timeout=2 * DEADLINE_SECONDS)
+        self.event.process.stdin.close()
+        self.event.process.wait(timeout=2 * DEADLINE_SECONDS)
+        self.complaints.join()
+        self.event.process.stderr.close()
 
 
 class Arrivals:
