@@ -12,7 +12,7 @@ from waiting import wait_until
 SETTINGS = Path("/etc/norq/mqtt.conf")
 
 # The first bytes of packets that a test may want to get lost.
-PUBACK, PUBREC, PUBREL, PUBCOMP = 0x40, 0x50, 0x62, 0x70
+PUBLISH_QOS_0, PUBACK, PUBREC, PUBREL, PUBCOMP = 0x30, 0x40, 0x50, 0x62, 0x70
 
 
 def whole_packets(data):

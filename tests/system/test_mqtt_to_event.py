@@ -39,7 +39,7 @@ def test_a_message_of_a_stateful_item_becomes_a_property_event(events):
     assert "PropertyOperation" in event.document
 
 
-def test_the_last_value_of_a_stateful_item_is_given_to_a_late_watcher(events):
+def test_m8_the_last_value_of_a_stateful_item_is_given_to_a_late_watcher(events):
     start_with(item(0, "building/door", stateful=True), END)
     publish("building/door", "open")
     publish("building/door", "closed")
@@ -51,7 +51,7 @@ def test_the_last_value_of_a_stateful_item_is_given_to_a_late_watcher(events):
     assert Event(late.stdout).payload == "closed"
 
 
-def test_a_payload_of_5000_bytes_is_cut_to_1024(events):
+def test_m3_a_payload_of_5000_bytes_is_cut_to_1024(events):
     payload = "".join(chr(ord("a") + i % 26) for i in range(5000))
     assert payload_made_of(events, payload) == payload[:1024]
 
@@ -60,26 +60,26 @@ def test_a_payload_of_1024_bytes_is_whole(events):
     assert payload_made_of(events, "x" * 1024) == "x" * 1024
 
 
-def test_a_payload_is_cut_by_characters_not_by_bytes(events):
+def test_m3_a_payload_is_cut_by_characters_not_by_bytes(events):
     assert payload_made_of(events, "é" * 1500) == "é" * 1024
 
 
-def test_a_payload_of_the_longest_characters_is_cut_to_1024(events):
+def test_m3_a_payload_of_the_longest_characters_is_cut_to_1024(events):
     # The two letters in front put the end of a character at byte 50.
     assert payload_made_of(events, "ab" + "😀" * 1500) == "ab" + "😀" * 1022
 
 
-def test_a_payload_that_is_not_utf8_at_its_start_arrives_empty(events):
+def test_m4_a_payload_that_is_not_utf8_at_its_start_arrives_empty(events):
     assert payload_made_of(events, b"x" * 20 + NOT_UTF8 + b"x" * 200) == ""
     assert "Payload doesn't contain valid utf-8 data" in log_of("tovrel")
 
 
-def test_a_character_that_the_fiftieth_byte_cuts_makes_the_payload_empty(events):
+def test_m4_a_character_that_the_fiftieth_byte_cuts_makes_the_payload_empty(events):
     assert payload_made_of(events, "x" * 49 + "é" + "x" * 100) == ""
     assert "Payload doesn't contain valid utf-8 data" in log_of("tovrel")
 
 
-def test_a_payload_ends_where_its_utf8_ends(events):
+def test_m3_a_payload_ends_where_its_utf8_ends(events):
     assert payload_made_of(events, b"x" * 100 + NOT_UTF8 + b"y" * 100) == "x" * 100
 
 
@@ -96,7 +96,7 @@ def test_any_text_arrives_as_it_was_sent(events):
     assert payload_made_of(events, text) == text
 
 
-def test_matching_several_items_makes_one_event_of_each_kind(events):
+def test_m1_matching_several_items_makes_one_event_of_each_kind(events):
     start_with(item(0, "a/+"), item(1, "a/b"), item(2, "a/b/#"), item(3, "a/b", stateful=True), END)
     publish("a/b", "once")
     made = events.all_so_far()
@@ -104,7 +104,7 @@ def test_matching_several_items_makes_one_event_of_each_kind(events):
     assert {event.payload for event in made} == {"once"}
 
 
-def test_a_stateful_item_with_a_wildcard_makes_no_event(events):
+def test_m6_a_stateful_item_with_a_wildcard_makes_no_event(events):
     start_with(item(0, "a/#", stateful=True), END)
     publish("a/b", "nothing")
     assert events.all_so_far() == []
@@ -116,7 +116,7 @@ def test_a_message_that_no_item_matches_makes_no_event(events):
     assert events.all_so_far() == []
 
 
-def test_a_long_topic_is_cut_to_1024_characters(events):
+def test_m5_a_long_topic_is_cut_to_1024_characters(events):
     topic = "a/" + "t" * 1500
     start_with(item(0, "a/#"), END)
     publish(topic, "long")
@@ -154,17 +154,17 @@ def arrivals_at_qos(events, qos):
     return sent, [event.payload for event in events.all_so_far()]
 
 
-def test_messages_arrive_in_order_at_qos_0(events):
+def test_m2_messages_arrive_in_order_at_qos_0(events):
     sent, arrived = arrivals_at_qos(events, 0)
     assert arrived == sent
 
 
-def test_messages_arrive_once_each_and_in_order_at_qos_1(events):
+def test_m2_messages_arrive_once_each_and_in_order_at_qos_1(events):
     sent, arrived = arrivals_at_qos(events, 1)
     assert arrived == sent
 
 
-def test_messages_arrive_once_each_and_in_order_at_qos_2(events):
+def test_m2_messages_arrive_once_each_and_in_order_at_qos_2(events):
     sent, arrived = arrivals_at_qos(events, 2)
     assert arrived == sent
 

@@ -18,15 +18,15 @@ def told_late(published, policy):
     return [message.topic.rpartition("/")[2] for message in late]
 
 
-def test_with_retain_none_a_late_subscriber_is_told_nothing(published):
+def test_e13_with_retain_none_a_late_subscriber_is_told_nothing(published):
     assert told_late(published, "none") == []
 
 
-def test_with_retain_property_a_late_subscriber_is_told_the_property(published):
+def test_e13_with_retain_property_a_late_subscriber_is_told_the_property(published):
     assert told_late(published, "property") == ["Door"]
 
 
-def test_with_retain_all_a_late_subscriber_is_told_everything(published):
+def test_e13_with_retain_all_a_late_subscriber_is_told_everything(published):
     assert sorted(told_late(published, "all")) == ["Alarm", "Door"]
 
 
@@ -34,7 +34,7 @@ def test_an_unknown_retain_policy_means_property(published):
     assert told_late(published, "sometimes") == ["Door"]
 
 
-def test_a_late_subscriber_is_told_the_last_value_of_each_topic(published):
+def test_e13_a_late_subscriber_is_told_the_last_value_of_each_topic(published):
     published.start(event_filter("onvif:Device/norq:Alarm", retain="all"), namespaces=False)
     for zone, number in (("a", 1), ("b", 2), ("a", 3)):
         send_event("--topic", "tns1:Device/tnsnorq:Alarm", "--tag", "zone=onvif-source",

@@ -184,7 +184,7 @@ TEST_F(MqttInboundTest, EmptyPayloadsAndAnyBytesArrive)
     EXPECT_EQ(client.received[1].payload, "");
 }
 
-TEST_F(MqttInboundTest, ABlockedMainLoopHoldsTheBrokerBackAndLosesNothing)
+TEST_F(MqttInboundTest, M10ABlockedMainLoopHoldsTheBrokerBackAndLosesNothing)
 {
     Broker broker({"allow_anonymous true", "max_queued_messages 0", "max_inflight_messages 100"});
     configure(broker.port(), "keepalive=5", "[queue]\nmessages=100000\ninbound-messages=1000\n");

@@ -359,7 +359,7 @@ TEST_F(EventConsumerHandlerTest, AnEventWhoseRecordHasNoHandlerIsLoggedAndDroppe
     EXPECT_EQ(log.take(), Lines{failureLine("No event handler, can't translate")});
 }
 
-TEST_F(EventConsumerHandlerTest, AnEventThatCannotBeRenderedIsLoggedAndTheNextIsPublished)
+TEST_F(EventConsumerHandlerTest, E10AnEventThatCannotBeRenderedIsLoggedAndTheNextIsPublished)
 {
     startConsumer({"onvif:Device"});
     activate(true);
@@ -498,7 +498,7 @@ TEST_F(DisconnectedConsumerTest, DoesNotSaySoAgainWhenNothingWasPushedBelowTheBo
     EXPECT_EQ(log.take(), Lines{TOO_MANY_EVENTS});
 }
 
-TEST_F(DisconnectedConsumerTest, DiscardsWhatIsQueuedWhenItBecomesInactive)
+TEST_F(DisconnectedConsumerTest, E5DiscardsWhatIsQueuedWhenItBecomesInactive)
 {
     deliverNumbers(1, 10);
     deactivate();
@@ -509,7 +509,7 @@ TEST_F(DisconnectedConsumerTest, DiscardsWhatIsQueuedWhenItBecomesInactive)
     EXPECT_EQ(bridge.payloads(), numbers(11, 12));
 }
 
-TEST_F(DisconnectedConsumerTest, DiscardsWhatIsQueuedWhenItsConfigurationChanges)
+TEST_F(DisconnectedConsumerTest, E6DiscardsWhatIsQueuedWhenItsConfigurationChanges)
 {
     deliverNumbers(1, 10);
     const int before = fakeSubscribeCount();
@@ -522,7 +522,7 @@ TEST_F(DisconnectedConsumerTest, DiscardsWhatIsQueuedWhenItsConfigurationChanges
 }
 
 TEST_F(EventConsumerHandlerTest,
-       AnEventThatThePublishWorkerHasTakenIsPublishedInSpiteOfADeactivation)
+       E6AnEventThatThePublishWorkerHasTakenIsPublishedInSpiteOfADeactivation)
 {
     std::atomic<bool> taken = false;
     std::atomic<bool> goOn = false;
@@ -560,7 +560,7 @@ TEST_F(EventConsumerHandlerTest, AConfigurationSetWhileInactiveIsCopiedAndSavedO
 }
 
 TEST_F(EventConsumerHandlerTest,
-       AConfigurationSetWhileActiveIsFollowedByOneUnsubscriptionAndOneSubscription)
+       E6AConfigurationSetWhileActiveIsFollowedByOneUnsubscriptionAndOneSubscription)
 {
     startConsumer({"onvif:A", "onvif:B"});
     activate();

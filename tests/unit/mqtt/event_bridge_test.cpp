@@ -138,7 +138,7 @@ TEST_F(EventBridgeTest, AReplacementSavesUndeclaresUnsubscribesDeclaresAndSubscr
     EXPECT_EQ(log.take(), Lines());
 }
 
-TEST_F(EventBridgeTest, AReplacementWithTheSameItemsUnsubscribesAndSubscribesThemAll)
+TEST_F(EventBridgeTest, M7AReplacementWithTheSameItemsUnsubscribesAndSubscribesThemAll)
 {
     whileRunning([&] {
         bridge->getSubscriptions() = fourItems();

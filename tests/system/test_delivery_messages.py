@@ -1,0 +1,48 @@
+"""What is promised about messages as events, line by line of docs/delivery.md, across outages."""
+
+from bridge import (Watcher, control, declarations, item, publish, start_with, times_subscribed,
+                    wait_for_log, wait_for_subscription)
+from publishing import wait_for_connection
+from relay import SETTINGS
+from waiting import wait_until
+
+END = Watcher.END_ITEM
+
+
+def test_m9_a_message_while_the_event_service_is_away_becomes_no_event():
+    start_with(item(0, "a/b"), END)
+    declared = declarations()
+    control("kill", "eventd")
+    publish("a/b", "lost")
+    wait_for_log("Could not send stateless MQTT event: ")
+    control("start", "eventd")
+    wait_until(lambda: declarations() == declared, "the declarations have come back")
+    events = Watcher()
+    try:
+        publish("a/b", "found")
+        assert [event.payload for event in events.all_so_far()] == ["found"]
+    finally:
+        events.close()
+
+
+def arrived_after_a_break(events, relay, clean_session):
+    """The payloads of the events of messages that were sent while the service was cut off."""
+    with SETTINGS.open("a", encoding="utf-8") as broker:
+        broker.write(f"clean-session={str(clean_session).lower()}\n")
+    start_with(item(0, "a/b", qos=2), END)
+    relay.cut()
+    wait_for_connection(False)
+    for qos in range(3):
+        publish("a/b", f"of QoS {qos}", "-q", str(qos))
+    before = times_subscribed(Watcher.END_TOPIC)
+    relay.open()
+    wait_for_subscription(Watcher.END_TOPIC, before)
+    return [event.payload for event in events.all_so_far()]
+
+
+def test_m11_a_persistent_session_keeps_messages_while_the_connection_is_down(events, relay):
+    assert arrived_after_a_break(events, relay, False) == ["of QoS 1", "of QoS 2"]
+
+
+def test_m11_a_clean_session_keeps_no_messages_while_the_connection_is_down(events, relay):
+    assert arrived_after_a_break(events, relay, True) == []
