@@ -1,5 +1,5 @@
 #include "greenhouse.h"
-#include "served_api.h"
+#include "support/served_api.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "served_api.h"
+#include "support/served_api.h"
 
 #include <gtest/gtest.h>
 

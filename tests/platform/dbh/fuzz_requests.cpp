@@ -1,7 +1,7 @@
 /** Sends any text as a request to the greenhouse API; the form of each answer is checked. */
 #include "greenhouse.h"
-#include "served_api.h"
 #include "support/fuzz.h"
+#include "support/served_api.h"
 
 #include <string>
 

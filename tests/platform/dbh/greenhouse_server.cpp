@@ -3,7 +3,7 @@
  * With names of files instead, each file is one request.
  */
 #include "greenhouse.h"
-#include "served_api.h"
+#include "support/served_api.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,8 +1,9 @@
-#include "served_api.h"
+#include "support/served_api.h"
 
 #include "support/fuzz.h"
 
 #include <cstring>
+#include <utility>
 
 using test_support::require;
 
@@ -28,7 +29,12 @@ void checkForm(const char *answer)
 } // namespace
 
 ServedApi::ServedApi(const dbh_api_descriptor_t &descriptor, void *userData)
-    : api(dbh_create_api(&descriptor, userData, nullptr, nullptr)),
+    : ServedApi(OwnedApi(dbh_create_api(&descriptor, userData, nullptr, nullptr)))
+{
+}
+
+ServedApi::ServedApi(OwnedApi created)
+    : api(std::move(created)),
       requestHandler(dbh_request_handler_new(dbh_get_api_interface(api.get())))
 {
     require(dbh_request_handler_add_api(requestHandler.get(), dbh_get_api_interface(api.get()),

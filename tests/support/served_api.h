@@ -23,6 +23,7 @@ class ServedApi {
 public:
     /** Ends the process when the API cannot be created or served. */
     ServedApi(const dbh_api_descriptor_t &descriptor, void *userData);
+    explicit ServedApi(OwnedApi created);
 
     /**
      * The answer to a request. Ends the process when there is none, or when it is not one line of
