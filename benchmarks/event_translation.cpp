@@ -7,6 +7,8 @@
  * system's folder for temporary files.
  */
 #include "events/event_translation.h"
+
+#include "allocation_counter.h"
 #include "events/event_consumer_handler.h"
 #include "fakes/call_record.h"
 #include "fakes/fake_event_consumer.h"
@@ -17,36 +19,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
-
-namespace {
-
-thread_local std::uint64_t allocations = 0;
-
-} // namespace
-
-// Not inlined, or the compiler takes the pair for mismatched.
-[[gnu::noinline]] void *operator new(std::size_t size)
-{
-    ++allocations;
-    if (void *const memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void *memory) noexcept
-{
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void *memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
 
 namespace {
 
@@ -68,23 +42,6 @@ Event makeEvent(std::int64_t levels, std::int64_t items)
     event.json = std::string(static_cast<std::size_t>(100 + 30 * (levels + items)), 'x');
     return Event(test::newFakeEvent(event));
 }
-
-/** Adds the allocations since its making to a benchmark's counters. */
-class AllocationCounter {
-public:
-    explicit AllocationCounter(benchmark::State &ofState) : state(ofState), before(allocations) {}
-    AllocationCounter(const AllocationCounter &) = delete;
-    AllocationCounter &operator=(const AllocationCounter &) = delete;
-    ~AllocationCounter()
-    {
-        state.counters["allocs"] = benchmark::Counter(static_cast<double>(allocations - before),
-                                                      benchmark::Counter::kAvgIterations);
-    }
-
-private:
-    benchmark::State &state;
-    std::uint64_t before;
-};
 
 void extraction(benchmark::State &state)
 {

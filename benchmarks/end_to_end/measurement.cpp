@@ -69,6 +69,9 @@ void runSender(Sender &road, const Plan &plan, SharedState &shared)
             break;
         }
         sendOne();
+        if (plan.count > 0 && count > plan.count) {
+            break;
+        }
     }
     shared.sent = count;
     shared.finished = true;

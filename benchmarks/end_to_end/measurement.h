@@ -24,7 +24,7 @@ struct Plan {
 
     Pace pace = Pace::WINDOW;
     std::chrono::milliseconds time{0}; // WINDOW, PACED
-    std::uint64_t count = 0;           // BURST
+    std::uint64_t count = 0;           // BURST; WINDOW: ends with it if it is not 0
 };
 
 /** The processes of the two roads; those that a side does not have cost nothing there. */

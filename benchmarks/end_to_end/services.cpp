@@ -47,10 +47,11 @@ void write(const std::string &path, const std::string &text)
 
 } // namespace
 
-Services::Services() : brokerPort(mqtt_test::freePort()), eventServiceId(eventServiceOfSandbox())
+Services::Services(std::chrono::seconds keepalive)
+    : brokerPort(mqtt_test::freePort()), eventServiceId(eventServiceOfSandbox())
 {
     startBroker();
-    startService();
+    startService(keepalive);
     for (const int qos : {0, 1, 2}) {
         proveRoad(qos);
     }
@@ -69,10 +70,10 @@ void Services::startBroker()
     }
 }
 
-void Services::startService()
+void Services::startService(std::chrono::seconds keepalive)
 {
-    write("/etc/norq/mqtt.conf",
-          "[broker]\nhost=127.0.0.1\nport=" + std::to_string(brokerPort) + "\n");
+    write("/etc/norq/mqtt.conf", "[broker]\nhost=127.0.0.1\nport=" + std::to_string(brokerPort) +
+                                     "\nkeepalive=" + std::to_string(keepalive.count()) + "\n");
     std::string filters = "[common]\ntopicPrefixSetting=custom\ncustomTopicPrefix=benchmark\n"
                           "appendEventTopic=true\nincludeTopicNamespaces=false\n"
                           "includeSerialNumberInPayload=false\n";

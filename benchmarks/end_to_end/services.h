@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -16,8 +17,12 @@ namespace end_to_end {
  */
 class Services {
 public:
-    /** Returns when the first event of each filter has reached the broker. */
-    Services();
+    /**
+     * Returns when the first event of each filter has reached the broker.
+     *
+     * @param keepalive of the service's MQTT connection
+     */
+    explicit Services(std::chrono::seconds keepalive = std::chrono::seconds(60));
 
     [[nodiscard]] int port() const { return brokerPort; }
     [[nodiscard]] pid_t broker() const { return brokerProcess->pid(); }
@@ -26,7 +31,7 @@ public:
 
 private:
     void startBroker();
-    void startService();
+    void startService(std::chrono::seconds keepalive);
     void proveRoad(int qos) const;
 
     int brokerPort;
