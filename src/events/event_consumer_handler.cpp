@@ -1,26 +1,35 @@
 #include "events/event_consumer_handler.h"
 
 #include "events/event_translation.h"
+#include "events/living_handlers.h"
+#include "events/subscription_registry.h"
 #include "interfaces/base_event_bridge.h"
 #include "interfaces/callback_barrier.h"
 #include "interfaces/log.h"
 
 #include <exception>
-#include <string_view>
 #include <utility>
 
 namespace tovrel {
 
+constinit std::array<EventConsumerHandler::SubscriptionSlot,
+                     EventConsumerHandler::MAX_SUBSCRIPTIONS>
+    EventConsumerHandler::subscriptionSlots;
+
 EventConsumerHandler::EventConsumerHandler(BaseEventBridge *publishTo) : bridge(publishTo)
 {
     for (auto &slot : subscriptionSlots) {
-        slot = -1;
+        slot.index = -1;
     }
     SubscriptionRegistry::instance().clear();
     consumer.reset(event_consumer_new("Tovrel"));
+    if (!consumer) {
+        tovrel_log(LOG_LEVEL_FAILURE, "%sFailed to create event consumer", LOG_PREFIX);
+    }
     config.load(true);
     config.load(false);
     config.attachGuard(configMutex);
+    LivingHandlers::instance().add(this);
 }
 
 EventConsumerHandler::~EventConsumerHandler()
@@ -32,11 +41,14 @@ EventConsumerHandler::~EventConsumerHandler()
                    LOG_PREFIX, error.what());
     }
     consumer.reset();
+    // From here on a callback finds neither this object nor a record that leads to it.
+    LivingHandlers::instance().remove(this);
     SubscriptionRegistry::instance().clear();
 }
 
 void EventConsumerHandler::stopWorkers()
 {
+    ending = true;
     {
         const std::lock_guard lock(eventMutex);
         running = false;
@@ -156,9 +168,20 @@ void EventConsumerHandler::statusWorker()
         // The flag changes before the slow work, so that a request that arrives meanwhile is
         // judged against the state that is on its way.
         active = request;
-        logAndCarryOn("status worker", [this, request] {
-            request ? subscribeEventFilters() : unsubscribeEventFilters();
-        });
+        logAndCarryOn("status worker", [this, request] { applyRequest(request); });
+    }
+}
+
+void EventConsumerHandler::applyRequest(bool subscribe)
+{
+    // Whatever keeps it from coming to its end: nothing is subscribed on top of what is left.
+    if (!subscribe || unsubscribingIsDue) {
+        unsubscribingIsDue = true;
+        unsubscribeEventFilters();
+        unsubscribingIsDue = false;
+    }
+    if (subscribe) {
+        subscribeEventFilters();
     }
 }
 

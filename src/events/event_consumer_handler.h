@@ -11,7 +11,6 @@
 
 #include "events/event_container.h"
 #include "events/publication_config.h"
-#include "events/subscription_registry.h"
 #include "interfaces/base_event_consumer_handler.h"
 #include "interfaces/c_handles.h"
 
@@ -30,6 +29,7 @@
 namespace tovrel {
 
 class BaseEventBridge;
+struct SubscriptionHandle;
 
 /** See the head of this file. One instance exists. */
 class EventConsumerHandler final : public BaseEventConsumerHandler {
@@ -65,6 +65,11 @@ public:
     void publishEvent(const EventContainer &container);
 
 private:
+    /** -1: free; else its own place in the table. The number's address is a user data. */
+    struct SubscriptionSlot {
+        std::atomic<std::int32_t> index{-1};
+    };
+
     using Consumer = CHandle<event_consumer_t, event_consumer_free>;
     using Expression = CHandle<subscribe_expression_t, subscribe_expression_free>;
 
@@ -72,8 +77,10 @@ private:
     static void deliveryCallback(event_t *event, void *userData);
 
     void subscribeStatus();
+    void applyRequest(bool subscribe);
     void subscribeEventFilter(const EventFilterConfig &filter);
-    std::int32_t findFreeSlot();
+    void endSubscription(std::int32_t slot, const SubscriptionHandle &record);
+    static std::int32_t findFreeSlot();
     void discardQueuedEvents();
     void stopWorkers();
 
@@ -85,16 +92,23 @@ private:
     /** The MQTT client is connected. Changed under eventMutex, so that no wake-up is lost. */
     std::atomic<bool> connected{false};
     std::int32_t statusSubscriptionId = -1;
-    /** -1: free; else the entry's own index. Its address is the user data of the subscription. */
-    std::array<std::atomic<std::int32_t>, MAX_SUBSCRIPTIONS> subscriptionSlots;
+    /** Of the process, not of the object: a late callback may read its slot when that has gone. */
+    static std::array<SubscriptionSlot, MAX_SUBSCRIPTIONS> subscriptionSlots;
     std::thread statusThread;
     std::condition_variable statusCondition;
     std::queue<bool> statusQueue;
     std::mutex configMutex; // guards changes of config against copies made by other threads
     std::mutex statusMutex; // guards statusQueue, and the comparison of a request with active
     PublicationConfig config;
-    /** Changed under statusMutex and again under eventMutex, so that no wake-up is lost. */
+    /**
+     * Cleared under eventMutex, and before statusMutex is taken once, so that neither worker can
+     * miss the wake-up that follows.
+     */
     std::atomic<bool> running{false};
+    /** The destructor has begun: no more calls of the event service that may take long. */
+    std::atomic<bool> ending{false};
+    /** An unsubscription was cut short by an exception. Status worker only. */
+    bool unsubscribingIsDue = false;
     std::queue<std::shared_ptr<EventContainer>> eventQueue;
     std::mutex eventMutex; // guards eventQueue, overflowLogged and the change of connected
     std::condition_variable eventCondition;

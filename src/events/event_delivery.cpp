@@ -1,5 +1,7 @@
 /** What the event service calls: the MQTT client's status, and the events of the filters. */
 #include "events/event_consumer_handler.h"
+#include "events/living_handlers.h"
+#include "events/subscription_registry.h"
 #include "interfaces/callback_barrier.h"
 #include "interfaces/log.h"
 
@@ -29,12 +31,8 @@ bool parseStatus(std::string_view text)
     return false;
 }
 
-void applyStatus(const event_t *event, EventConsumerHandler *handler)
+void applyStatus(const event_t *event, EventConsumerHandler &handler)
 {
-    if (handler == nullptr) {
-        tovrel_log(LOG_LEVEL_FAILURE, "%sCannot change event consumer status", LOG_PREFIX);
-        return;
-    }
     const char *activeText = event_get_value(event, "active");
     const char *connectedText = event_get_value(event, "connected");
     if (activeText == nullptr || connectedText == nullptr) {
@@ -43,7 +41,7 @@ void applyStatus(const event_t *event, EventConsumerHandler *handler)
     }
     const bool active = parseStatus(activeText);
     const bool connected = parseStatus(connectedText);
-    handler->setMessagingStatus(active, connected);
+    handler.setMessagingStatus(active, connected);
 }
 
 void deliver(const event_t *event, const SubscriptionHandle &subscription)
@@ -64,7 +62,14 @@ void EventConsumerHandler::statusCallback(event_t *event, void *userData)
 {
     const Event owned(event);
     logAndCarryOn("status callback", [&owned, userData] {
-        applyStatus(owned.get(), static_cast<EventConsumerHandler *>(userData));
+        if (userData == nullptr) {
+            tovrel_log(LOG_LEVEL_FAILURE, "%sCannot change event consumer status", LOG_PREFIX);
+            return;
+        }
+        // Not even the library's promise that no callback runs after its end is relied upon.
+        LivingHandlers::instance().ifLiving(userData, [&owned, userData] {
+            applyStatus(owned.get(), *static_cast<EventConsumerHandler *>(userData));
+        });
     });
 }
 
@@ -75,6 +80,7 @@ void EventConsumerHandler::deliveryCallback(event_t *event, void *userData)
         if (event_is_internal(owned.get()) != 0) {
             return;
         }
+        // Slots outlive every handler, and a free one has no record.
         const auto &slot = *static_cast<const std::atomic<std::int32_t> *>(userData);
         SubscriptionRegistry::instance().withRecord(
             slot, [&owned](const SubscriptionHandle &record) { deliver(owned.get(), record); });
@@ -83,6 +89,9 @@ void EventConsumerHandler::deliveryCallback(event_t *event, void *userData)
 
 void EventConsumerHandler::subscribeStatus()
 {
+    if (!consumer) {
+        return;
+    }
     constexpr std::array<std::pair<const char *, const char *>, 3> STATUS_TOPIC{
         {{"topic0", "Device"}, {"topic1", "MQTT"}, {"topic2", "ClientStatus"}}};
     const Expression expression(subscribe_expression_new());

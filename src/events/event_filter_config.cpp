@@ -8,6 +8,7 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace tovrel {
 
@@ -79,6 +80,22 @@ EventFilterConfig::EventFilterConfig(const char *topicFilterText, std::int32_t q
       retainPolicy(parseRetainPolicyLeniently(retainText))
 {
     appendParsed(topicFilter);
+}
+
+EventFilterConfig &EventFilterConfig::operator=(EventFilterConfig other)
+{
+    const auto lock = guard.lock();
+    swapValues(other);
+    return *this;
+}
+
+void EventFilterConfig::swapValues(EventFilterConfig &other) noexcept
+{
+    topicFilter.swap(other.topicFilter);
+    std::swap(qos, other.qos);
+    std::swap(retainPolicy, other.retainPolicy);
+    std::swap(matchSubtopics, other.matchSubtopics);
+    topicSegments.swap(other.topicSegments);
 }
 
 void EventFilterConfig::setTopicFilter(const std::string &text)

@@ -40,6 +40,12 @@ public:
      */
     EventFilterConfig(const char *topicFilterText, std::int32_t qosLevel, const char *retainText);
 
+    EventFilterConfig(const EventFilterConfig &) = default;
+    EventFilterConfig(EventFilterConfig &&) = default;
+    /** Takes over everything but the guard, under the lock of a live target. */
+    EventFilterConfig &operator=(EventFilterConfig other);
+    ~EventFilterConfig() = default;
+
     /**
      * Replaces the text of the filter. Its segments are appended to those that are there, and
      * matchSubtopics stays true once it was: a changed filter selects what an event service
@@ -68,6 +74,8 @@ private:
     friend class PublicationConfig;
 
     void appendParsed(const std::string &text);
+    /** Everything but the guards, without their locks. */
+    void swapValues(EventFilterConfig &other) noexcept;
 
     ConfigGuard guard;
     std::string topicFilter;

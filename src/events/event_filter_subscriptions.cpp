@@ -1,5 +1,6 @@
 /** Event filters as subscriptions of the event service. Runs on the status worker only. */
 #include "events/event_consumer_handler.h"
+#include "events/subscription_registry.h"
 #include "interfaces/log.h"
 
 #include <algorithm>
@@ -71,8 +72,14 @@ bool fillExpression(subscribe_expression_t *expression, const EventFilterConfig 
 
 void EventConsumerHandler::subscribeEventFilters()
 {
+    if (!consumer) {
+        return;
+    }
     const auto copy = config.copyGuarded();
     for (const auto &[id, filter] : copy.getEventFilters()) {
+        if (ending) { // subscribing may take seconds, and the consumer is about to be freed
+            return;
+        }
         subscribeEventFilter(filter);
     }
 }
@@ -87,44 +94,62 @@ void EventConsumerHandler::subscribeEventFilter(const EventFilterConfig &filter)
     if (slot < 0) {
         return;
     }
-    auto &entry = subscriptionSlots.at(static_cast<std::size_t>(slot));
-    entry = slot;
     // The record is there before the subscription is: a kept property value may be delivered
-    // before the call returns.
+    // before the call returns. And it is there before the slot is taken: what fails in between
+    // leaves no slot that is never freed.
     auto &registry = SubscriptionRegistry::instance();
     const bool added = registry.insert(slot, {this, -1, filter.getQos(), filter.getRetainPolicy()});
+    auto &entry = subscriptionSlots.at(static_cast<std::size_t>(slot));
+    entry.index = slot;
     const MallocText description(subscribe_expression_serialize_xml(expression.get()));
     const auto subscriptionId =
-        event_consumer_subscribe(consumer.get(), expression.get(), deliveryCallback, &entry);
-    if (added) {
+        event_consumer_subscribe(consumer.get(), expression.get(), deliveryCallback, &entry.index);
+    if (!added) {
+        return;
+    }
+    try {
         registry.setSubscriptionId(slot, subscriptionId);
+    } catch (...) {
+        // Without its id nobody could end it later.
+        event_consumer_unsubscribe(consumer.get(), subscriptionId, 0);
+        throw;
     }
 }
 
 std::int32_t EventConsumerHandler::findFreeSlot()
 {
-    const auto free = std::find(subscriptionSlots.begin(), subscriptionSlots.end(), -1);
+    const auto *const free = std::find_if(subscriptionSlots.begin(), subscriptionSlots.end(),
+                                          [](const auto &slot) { return slot.index == -1; });
     if (free == subscriptionSlots.end()) {
         tovrel_log(LOG_LEVEL_WARN, "%sToo many subscriptions, ignoring", LOG_PREFIX);
         return -1;
     }
-    return static_cast<std::int32_t>(std::distance(subscriptionSlots.begin(), free));
+    return static_cast<std::int32_t>(std::distance(subscriptionSlots.cbegin(), free));
 }
 
 void EventConsumerHandler::unsubscribeEventFilters()
 {
     auto &registry = SubscriptionRegistry::instance();
     for (const auto &[slot, record] : registry.records()) {
-        if (event_consumer_unsubscribe(consumer.get(), record.subscriptionId, 0) == 0) {
-            tovrel_log(LOG_LEVEL_FAILURE, "%sFailed to unsubscribe to subscription id: %d",
-                       LOG_PREFIX, record.subscriptionId);
+        if (ending) { // freeing the consumer ends all that is left at once
+            return;
         }
-        const auto index = static_cast<std::size_t>(slot);
-        g_assert(index < subscriptionSlots.size());
-        subscriptionSlots[index] = -1;
+        endSubscription(slot, record);
     }
     registry.clear();
     discardQueuedEvents();
+}
+
+void EventConsumerHandler::endSubscription(std::int32_t slot, const SubscriptionHandle &record)
+{
+    if (consumer && event_consumer_unsubscribe(consumer.get(), record.subscriptionId, 0) == 0) {
+        tovrel_log(LOG_LEVEL_FAILURE, "%sFailed to unsubscribe to subscription id: %d", LOG_PREFIX,
+                   record.subscriptionId);
+    }
+    const auto index = static_cast<std::size_t>(slot);
+    g_assert(index < subscriptionSlots.size());
+    subscriptionSlots[index].index = -1;
+    SubscriptionRegistry::instance().remove(slot);
 }
 
 void EventConsumerHandler::discardQueuedEvents()

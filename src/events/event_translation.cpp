@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <new>
 #include <stdexcept>
 #include <string_view>
 
@@ -13,7 +14,7 @@ namespace {
 
 using JsonOptions = CHandle<json_options_t, json_options_free>;
 
-/** More levels than any event service topic has. */
+/** Levels of a topic that are looked at; a declaration may have more keys than that. */
 constexpr std::size_t MAX_TOPIC_LEVELS = 100;
 
 /** Room for the levels of nearly every event, and for nearly every topic. */
@@ -86,6 +87,9 @@ void extractItem(EventContainer &container, const event_t *event, unsigned int i
 std::string renderPayload(const event_t *event, const char *serialNumber)
 {
     const JsonOptions options(json_options_new());
+    if (!options) {
+        throw std::bad_alloc();
+    }
     json_options_set_onvif_namespace(options.get(), "onvif");
     json_options_set_norq_namespace(options.get(), "norq");
     if (serialNumber != nullptr) {

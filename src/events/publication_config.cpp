@@ -60,7 +60,11 @@ EventFilterConfig &PublicationConfig::getEventFilter(const std::string &id)
 void PublicationConfig::setEventFilter(const std::string &id, EventFilterConfig filter)
 {
     const auto lock = guard.lock();
-    eventFilters.insert_or_assign(id, std::move(filter)).first->second.guard.set(guard.get());
+    const auto [place, inserted] = eventFilters.try_emplace(id, std::move(filter));
+    if (!inserted) { // and then nothing was moved
+        place->second.swapValues(filter);
+    }
+    place->second.guard.set(guard.get());
 }
 
 std::string PublicationConfig::addEventFilter(EventFilterConfig filter)

@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -211,7 +212,12 @@ void PublicationConfig::migrateLegacy()
     });
     // In this order a crash in between leaves both files, and taking over once more gives the same.
     save();
-    unlink(legacyPublicationFile());
+    if (unlink(legacyPublicationFile()) != 0) {
+        const int error = errno;
+        tovrel_log(LOG_LEVEL_FAILURE,
+                   "%sCould not remove '%s', which will be taken over once more: %s", LOG_PREFIX,
+                   legacyPublicationFile(), g_strerror(error));
+    }
 }
 
 } // namespace tovrel

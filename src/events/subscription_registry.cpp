@@ -1,5 +1,7 @@
 #include "events/subscription_registry.h"
 
+#include <optional>
+
 namespace tovrel {
 
 SubscriptionRegistry &SubscriptionRegistry::instance()
@@ -31,17 +33,24 @@ std::map<std::int32_t, SubscriptionHandle> SubscriptionRegistry::records() const
     return handles;
 }
 
+void SubscriptionRegistry::remove(std::int32_t slot)
+{
+    const std::lock_guard lock(mutex);
+    handles.erase(slot);
+}
+
 void SubscriptionRegistry::clear()
 {
     std::unique_lock lock(mutex);
     handles.clear();
-    idle.wait(lock, [this] { return deliveriesUnderWay == 0; });
+    deliveries.waitForAll(lock);
 }
 
 bool SubscriptionRegistry::withRecord(
     std::int32_t slot, const std::function<void(const SubscriptionHandle &)> &deliver)
 {
     SubscriptionHandle handle;
+    std::optional<CallsUnderWay::Call> counted;
     {
         const std::lock_guard lock(mutex);
         const auto found = handles.find(slot);
@@ -49,17 +58,8 @@ bool SubscriptionRegistry::withRecord(
             return false;
         }
         handle = found->second;
-        ++deliveriesUnderWay;
+        counted.emplace(deliveries, mutex);
     }
-    struct Finish {
-        SubscriptionRegistry &registry;
-        ~Finish()
-        {
-            const std::lock_guard lock(registry.mutex);
-            --registry.deliveriesUnderWay;
-            registry.idle.notify_all();
-        }
-    } const finish{*this};
     deliver(handle);
     return true;
 }

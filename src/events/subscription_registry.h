@@ -1,15 +1,13 @@
 /** Which event filter subscription belongs to which slot, for the deliveries that name a slot. */
 #pragma once
 
+#include "events/calls_under_way.h"
 #include "events/event_filter_config.h"
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <optional>
-#include <vector>
 
 namespace tovrel {
 
@@ -26,9 +24,10 @@ struct SubscriptionHandle {
 };
 
 /**
- * The process-wide table from slot index to subscription. Filled and emptied by the status worker
- * while the event service's thread looks slots up. A delivery stays counted for as long as its
- * handler is used, so that emptying the table can wait for deliveries under way.
+ * The process-wide table from slot index to subscription. The status worker fills and empties it
+ * while the event service's thread looks slots up; the thread that makes and destroys the handler
+ * empties it besides. A delivery stays counted for as long as its handler is used, so that emptying
+ * the table can wait for deliveries under way.
  */
 class SubscriptionRegistry {
 public:
@@ -43,6 +42,9 @@ public:
 
     /** All records in the order of their slots. */
     [[nodiscard]] std::map<std::int32_t, SubscriptionHandle> records() const;
+
+    /** Forgets one record. Deliveries under way are not waited for. */
+    void remove(std::int32_t slot);
 
     /**
      * Forgets all records and returns when no delivery uses any of them. Not to be called from a
@@ -60,8 +62,7 @@ public:
 private:
     mutable std::mutex mutex; // guards both members
     std::map<std::int32_t, SubscriptionHandle> handles;
-    unsigned int deliveriesUnderWay = 0;
-    std::condition_variable idle;
+    CallsUnderWay deliveries;
 };
 
 } // namespace tovrel

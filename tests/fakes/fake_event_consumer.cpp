@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <initializer_list>
 #include <utility>
 
 using namespace tovrel::test;
@@ -58,20 +57,6 @@ FakeConsumerState &state()
     return fakeConsumerState();
 }
 
-/** Notes the call and tells whether it goes well. */
-bool begin(const char *function, std::initializer_list<const char *> arguments = {})
-{
-    if (!isRecording()) {
-        return true;
-    }
-    std::string call = function;
-    for (const char *argument : arguments) {
-        call += std::string(" ") + argument;
-    }
-    recordCall(call);
-    return !shallFail(function);
-}
-
 void runHook()
 {
     std::function<void()> hook;
@@ -116,6 +101,24 @@ FakeConsumerState &fakeConsumerState()
 {
     static FakeConsumerState instance;
     return instance;
+}
+
+bool beginCall(const char *function, std::initializer_list<const char *> arguments)
+{
+    if (!isRecording()) {
+        return true;
+    }
+    std::string call = function;
+    for (const char *argument : arguments) {
+        call += std::string(" ") + argument;
+    }
+    recordCall(call);
+    return !shallFail(function);
+}
+
+bool beginCall(const char *function, unsigned int argument)
+{
+    return !isRecording() || beginCall(function, {std::to_string(argument).c_str()});
 }
 
 void resetFakeEventConsumer()
@@ -199,7 +202,7 @@ void setFakeConsumerWaits(bool waits)
 
 subscribe_expression_t *subscribe_expression_new(void)
 {
-    if (!begin("subscribe_expression_new")) {
+    if (!beginCall("subscribe_expression_new")) {
         return nullptr;
     }
     ++state().livingExpressions;
@@ -209,7 +212,7 @@ subscribe_expression_t *subscribe_expression_new(void)
 void subscribe_expression_free(subscribe_expression_t *expression)
 {
     if (expression != nullptr) {
-        begin("subscribe_expression_free");
+        beginCall("subscribe_expression_free");
         --state().livingExpressions;
     }
     delete expression;
@@ -218,7 +221,7 @@ void subscribe_expression_free(subscribe_expression_t *expression)
 int subscribe_expression_add_key_value(subscribe_expression_t *expression, const char *key,
                                        const char *value)
 {
-    if (!begin("subscribe_expression_add_key_value", {key, value}) || expression == nullptr) {
+    if (!beginCall("subscribe_expression_add_key_value", {key, value}) || expression == nullptr) {
         return 0;
     }
     subscribe_expression::Condition &condition = expression->obtain(key);
@@ -232,7 +235,8 @@ int subscribe_expression_add_key_value(subscribe_expression_t *expression, const
 int subscribe_expression_set_name_space(subscribe_expression_t *expression, const char *key,
                                         const char *name_space)
 {
-    if (!begin("subscribe_expression_set_name_space", {key, name_space}) || expression == nullptr) {
+    if (!beginCall("subscribe_expression_set_name_space", {key, name_space}) ||
+        expression == nullptr) {
         return 0;
     }
     expression->obtain(key).nameSpace = name_space;
@@ -241,7 +245,7 @@ int subscribe_expression_set_name_space(subscribe_expression_t *expression, cons
 
 int subscribe_expression_add_not_key(subscribe_expression_t *expression, const char *key)
 {
-    if (!begin("subscribe_expression_add_not_key", {key}) || expression == nullptr) {
+    if (!beginCall("subscribe_expression_add_not_key", {key}) || expression == nullptr) {
         return 0;
     }
     expression->obtain(key).absent = true;
@@ -250,14 +254,14 @@ int subscribe_expression_add_not_key(subscribe_expression_t *expression, const c
 
 char *subscribe_expression_serialize_xml(const subscribe_expression_t *expression)
 {
-    return begin("subscribe_expression_serialize_xml") && expression != nullptr
+    return beginCall("subscribe_expression_serialize_xml") && expression != nullptr
                ? strdup(expression->text().c_str())
                : nullptr;
 }
 
 event_consumer_t *event_consumer_new(const char *name)
 {
-    if (!begin("event_consumer_new", {name})) {
+    if (!beginCall("event_consumer_new", {name})) {
         return nullptr;
     }
     const std::lock_guard lock(state().mutex);
@@ -267,7 +271,7 @@ event_consumer_t *event_consumer_new(const char *name)
 
 void event_consumer_free(event_consumer_t *consumer)
 {
-    begin("event_consumer_free");
+    beginCall("event_consumer_free");
     runHook();
     if (consumer == nullptr) {
         return;
@@ -290,10 +294,10 @@ void event_consumer_free(event_consumer_t *consumer)
 int event_consumer_subscribe(event_consumer_t *consumer, const subscribe_expression_t *expression,
                              event_callback_t callback, void *user_data)
 {
+    g_return_val_if_fail(consumer != nullptr, -1);
     runHook();
     FakeSubscription made{-1, expression == nullptr ? "" : expression->text(), callback, user_data};
-    const bool refused =
-        consumer == nullptr || expression == nullptr || isToFail("event_consumer_subscribe");
+    const bool refused = expression == nullptr || isToFail("event_consumer_subscribe");
     if (!refused) {
         const std::lock_guard lock(state().mutex);
         made.id = state().nextId++;
@@ -311,12 +315,12 @@ int event_consumer_subscribe(event_consumer_t *consumer, const subscribe_express
     return made.id;
 }
 
-int event_consumer_unsubscribe(event_consumer_t * /*consumer*/, int subscription_id,
-                               unsigned int flags)
+int event_consumer_unsubscribe(event_consumer_t *consumer, int subscription_id, unsigned int flags)
 {
+    g_return_val_if_fail(consumer != nullptr, 0);
     runHook();
-    if (!begin("event_consumer_unsubscribe",
-               {std::to_string(subscription_id).c_str(), std::to_string(flags).c_str()})) {
+    if (!beginCall("event_consumer_unsubscribe",
+                   {std::to_string(subscription_id).c_str(), std::to_string(flags).c_str()})) {
         return 0;
     }
     std::unique_lock lock(state().mutex);

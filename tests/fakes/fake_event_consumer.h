@@ -3,8 +3,8 @@
  *
  * Unlike the library, it delivers on whatever thread a test chooses, on several at a time as well.
  * Every function can be made to fail by failCall() under its own name. Calls are recorded by
- * function name and arguments; a subscription stands in the record with its conditions:
- * "event_consumer_subscribe 3 topic0=tns1:Device !topic1". Thread-safe.
+ * function name and arguments, what is read from events as well; a subscription stands in the
+ * record with its conditions: "event_consumer_subscribe 3 topic0=tns1:Device !topic1". Thread-safe.
  */
 #pragma once
 
@@ -34,6 +34,8 @@ struct FakeReceivedEvent {
     std::optional<std::string> json = "{}";
     /** Runs while the event is being rendered, on the thread that delivers it. */
     std::function<void()> onRender = nullptr;
+    /** Runs when it is asked whether it is internal, on the thread that delivers it. */
+    std::function<void()> onInternalCheck = nullptr;
 };
 
 /** A subscription as it was made. */

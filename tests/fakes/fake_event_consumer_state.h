@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -46,5 +47,10 @@ inline bool isToFail(const char *function)
 {
     return isRecording() && shallFail(function);
 }
+
+/** Notes a call and tells whether it goes well; costs nothing while recording is off. */
+bool beginCall(const char *function, std::initializer_list<const char *> arguments = {});
+/** The same for a call with a number. */
+bool beginCall(const char *function, unsigned int argument);
 
 } // namespace tovrel::test

@@ -61,40 +61,44 @@ event_t *newFakeEvent(const FakeReceivedEvent &event)
 
 const char *event_get_value(const event_t *event, const char *key)
 {
+    const bool good = beginCall("event_get_value", {key});
     const FakeItem *const item = received(event).find(key);
-    return item == nullptr || isToFail("event_get_value") ? nullptr : item->value.c_str();
+    return item == nullptr || !good ? nullptr : item->value.c_str();
 }
 
 const char *event_get_name_space(const event_t *event, const char *key)
 {
+    const bool good = beginCall("event_get_name_space", {key});
     const FakeItem *const item = received(event).find(key);
-    return item == nullptr || !item->nameSpace || isToFail("event_get_name_space")
-               ? nullptr
-               : item->nameSpace->c_str();
+    return item == nullptr || !item->nameSpace || !good ? nullptr : item->nameSpace->c_str();
 }
 
 unsigned int event_get_key_count(const event_t *event)
 {
+    beginCall("event_get_key_count");
     return static_cast<unsigned int>(received(event).content.items.size());
 }
 
 const char *event_get_key_at(const event_t *event, unsigned int index)
 {
+    const bool good = beginCall("event_get_key_at", index);
     const FakeItem *const item = received(event).at(index);
-    return item == nullptr || isToFail("event_get_key_at") ? nullptr : item->name.c_str();
+    return item == nullptr || !good ? nullptr : item->name.c_str();
 }
 
 const char *event_get_value_at(const event_t *event, unsigned int index)
 {
+    const bool good = beginCall("event_get_value_at", index);
     const FakeItem *const item = received(event).at(index);
-    return item == nullptr || isToFail("event_get_value_at") ? nullptr : item->value.c_str();
+    return item == nullptr || !good ? nullptr : item->value.c_str();
 }
 
 GList *event_get_tags_at(const event_t *event, unsigned int index)
 {
+    const bool good = beginCall("event_get_tags_at", index);
     const FakeItem *const item = received(event).at(index);
     GList *tags = nullptr;
-    if (item == nullptr || isToFail("event_get_tags_at")) {
+    if (item == nullptr || !good) {
         return tags;
     }
     for (auto tag = item->tags.rbegin(); tag != item->tags.rend(); ++tag) {
@@ -105,17 +109,21 @@ GList *event_get_tags_at(const event_t *event, unsigned int index)
 
 int event_is_property(const event_t *event)
 {
-    return received(event).content.isProperty && !isToFail("event_is_property") ? 1 : 0;
+    return beginCall("event_is_property") && received(event).content.isProperty ? 1 : 0;
 }
 
 int event_is_internal(const event_t *event)
 {
-    return received(event).content.isInternal && !isToFail("event_is_internal") ? 1 : 0;
+    const bool good = beginCall("event_is_internal");
+    if (received(event).content.onInternalCheck) {
+        received(event).content.onInternalCheck();
+    }
+    return good && received(event).content.isInternal ? 1 : 0;
 }
 
 json_options_t *json_options_new(void)
 {
-    if (isToFail("json_options_new")) {
+    if (!beginCall("json_options_new")) {
         return nullptr;
     }
     ++fakeConsumerState().livingJsonOptions;
@@ -125,6 +133,7 @@ json_options_t *json_options_new(void)
 void json_options_free(json_options_t *options)
 {
     if (options != nullptr) {
+        beginCall("json_options_free");
         --fakeConsumerState().livingJsonOptions;
     }
     delete options;
@@ -132,16 +141,19 @@ void json_options_free(json_options_t *options)
 
 void json_options_set_onvif_namespace(json_options_t *options, const char *name)
 {
+    beginCall("json_options_set_onvif_namespace", {name});
     options->onvifName = name;
 }
 
 void json_options_set_norq_namespace(json_options_t *options, const char *name)
 {
+    beginCall("json_options_set_norq_namespace", {name});
     options->norqName = name;
 }
 
 void json_options_set_serialnumber(json_options_t *options, const char *serial_number)
 {
+    beginCall("json_options_set_serialnumber", {serial_number});
     options->serialNumber = serial_number;
 }
 

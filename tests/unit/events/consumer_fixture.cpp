@@ -4,6 +4,7 @@
 #include "fakes/config_folder.h"
 #include "fakes/fake_confutils.h"
 #include "support/wait_until.h"
+#include "unit/events/held_worker.h"
 
 #include <stdexcept>
 
@@ -68,6 +69,14 @@ bool RecordingBridge::waitForPublications(std::size_t count)
                          [this, count] { return published.size() >= count; });
 }
 
+PublicationConfig configWith(const char *topicFilter)
+{
+    PublicationConfig config;
+    config.addEventFilter({topicFilter, 2, "all"});
+    config.setCustomTopicPrefix("site");
+    return config;
+}
+
 FakeReceivedEvent simpleEvent(const std::string &json)
 {
     return {.items = {{"topic0", "Device", "tns1"}}, .json = json};
@@ -88,6 +97,7 @@ FakeReceivedEvent statusEvent(const std::optional<std::string> &active,
 
 void ConsumerTest::SetUp()
 {
+    workerConditionOffset(Worker::STATUS); // runs a consumer, whose traces are removed here
     resetCalls();
     resetFakeEventConsumer();
     fakeConfutils() = {};

@@ -53,6 +53,14 @@ private:
     std::vector<Publication> published;
 };
 
+/** How the subscription of the status stands in the record of a consumer that was just started. */
+inline constexpr const char *STATUS_SUBSCRIPTION =
+    "event_consumer_subscribe 0 topic0=Device topic1=MQTT topic2=ClientStatus";
+
+/** A configuration with one filter, under the id "0", and a custom prefix "site" that is not used.
+ */
+PublicationConfig configWith(const char *topicFilter);
+
 /** One event with a topic of one level; its JSON document is `json`. */
 FakeReceivedEvent simpleEvent(const std::string &json);
 

@@ -1,4 +1,5 @@
 /** No two locks of the consumer are held at once, and none over work that may take long. */
+#include "events/living_handlers.h"
 #include "events/subscription_registry.h"
 #include "fakes/call_record.h"
 #include "support/wait_until.h"
@@ -15,7 +16,8 @@ namespace tovrel::test {
 
 namespace {
 
-/** Locks of the consumer and of the registry that the calling thread holds. */
+/** Locks of the consumer, of the registry and of the set of handlers that the calling thread holds.
+ */
 thread_local int locksHeld = 0;
 
 class ConsumerLocksTest : public ConsumerTest {
@@ -48,7 +50,8 @@ protected:
 
     bool isOurs(const pthread_mutex_t *mutex) const
     {
-        return isWithin(*address, mutex) || isWithin(SubscriptionRegistry::instance(), mutex);
+        return isWithin(*address, mutex) || isWithin(SubscriptionRegistry::instance(), mutex) ||
+               isWithin(LivingHandlers::instance(), mutex);
     }
 
     static void check(std::atomic<int> &counter)

@@ -139,6 +139,7 @@ TEST_F(ConsumerRacesTest, FiltersChangedInPlaceAreCopiedWhole)
         config.getEventFilter("1").setQos(round % 3);
         config.getEventFilter("1").setRetainPolicy(round % 2 == 0 ? "all" : "none");
         config.getEventFilter("1").setTopicFilter("norq:" + name);
+        config.getEventFilter("1") = EventFilterConfig(("norq:" + name).c_str(), 0, "all");
         const auto id = config.addEventFilter({("norq:" + name).c_str(), 0, "property"});
         if (round % 8 == 0) {
             consumer->refreshSubscriptions();

@@ -3,6 +3,7 @@
 #include "events/publication_config.h"
 #include "fakes/call_record.h"
 #include "interfaces/exceptions.h"
+#include "unit/events/broken_retain_policy.h"
 #include "unit/events/config_texts.h"
 #include "unit/mqtt/case_name.h"
 #include "unit/mqtt/log_lines.h"
@@ -20,17 +21,6 @@ namespace {
 
 using testing::ElementsAreArray;
 using Texts = std::vector<std::string>;
-
-/** Access to a member that nothing but a fault could give a wrong value. */
-template <RetainPolicy EventFilterConfig::*Member>
-struct RetainPolicyMember {
-    friend void breakRetainPolicy(EventFilterConfig &filter, RetainPolicy value)
-    {
-        filter.*Member = value;
-    }
-};
-void breakRetainPolicy(EventFilterConfig &filter, RetainPolicy value);
-template struct RetainPolicyMember<&EventFilterConfig::retainPolicy>;
 
 struct FilterCase : NamedCase {
     std::string topicFilter;

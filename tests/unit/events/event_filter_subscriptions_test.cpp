@@ -2,15 +2,17 @@
 #include "fakes/call_record.h"
 #include "support/wait_until.h"
 #include "unit/events/consumer_fixture.h"
+#include "unit/events/wrapped_sync.h"
 #include "unit/mqtt/case_name.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
-#include <set>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace tovrel::test {
@@ -227,6 +229,25 @@ TEST_F(EventFilterSubscriptionsTest, ARefusedSubscriptionKeepsItsSlotUntilUnsubs
     EXPECT_EQ(log.take(), Lines());
     consumer->unsubscribeEventFilters();
     EXPECT_EQ(log.take(), Lines{failureLine("Failed to unsubscribe to subscription id: -1")});
+}
+
+TEST_F(EventFilterSubscriptionsTest, ASubscriptionWhoseIdCannotBeNotedIsEndedAtOnce)
+{
+    makeConsumer({"a"});
+    bool failing = false;
+    setFakeConsumerHook([&failing] { failing = true; });
+    syncHooks().lockError = [&failing](const pthread_mutex_t *mutex) {
+        const bool fails = failing && isWithin(SubscriptionRegistry::instance(), mutex);
+        return fails ? EDEADLK : 0;
+    };
+    EXPECT_THROW(consumer->subscribeEventFilters(), std::system_error);
+    syncHooks() = {};
+    setFakeConsumerHook(nullptr);
+    EXPECT_THAT(fakeSubscriptions(), IsEmpty());
+    consumer->unsubscribeEventFilters();
+    consumer->subscribeEventFilters();
+    EXPECT_THAT(conditions(), ElementsAre("topic0=a !topic1"));
+    EXPECT_EQ(*slotOf(fakeSubscriptions().at(0)), 0);
 }
 
 TEST_F(EventFilterSubscriptionsTest, Of515FiltersTheLastThreeAreLeftOut)

@@ -370,6 +370,40 @@ TEST_F(EventTranslationTest, ThePayloadCarriesTheSerialNumberWhenThereIsOneToCar
               Calls{"event_get_json onvif=onvif norq=norq serial=SN1"});
 }
 
+TEST_F(EventTranslationTest, TheEventIsReadInAGivenOrderAndNothingBehindTheFirstMissingLevel)
+{
+    extracted({.items = {{"topic0", "A", "tns1"},
+                         {"topic2", "C", "tns1"},
+                         {"index", "1", std::nullopt, {"onvif-source"}}}},
+              "SN1");
+    EXPECT_EQ(recordedCalls(), (Calls{"event_is_property",
+                                      "event_get_value topic0",
+                                      "event_get_name_space topic0",
+                                      "event_get_value topic1",
+                                      "event_get_key_count",
+                                      "event_get_key_at 0",
+                                      "event_get_value_at 0",
+                                      "event_get_tags_at 0",
+                                      "event_get_key_at 1",
+                                      "event_get_value_at 1",
+                                      "event_get_tags_at 1",
+                                      "event_get_key_at 2",
+                                      "event_get_value_at 2",
+                                      "event_get_tags_at 2",
+                                      "json_options_new",
+                                      "json_options_set_onvif_namespace onvif",
+                                      "json_options_set_norq_namespace norq",
+                                      "json_options_set_serialnumber SN1",
+                                      "event_get_json onvif=onvif norq=norq serial=SN1",
+                                      "json_options_free"}));
+}
+
+TEST_F(EventTranslationTest, WithoutASerialNumberTheOptionIsNotSet)
+{
+    extracted({});
+    EXPECT_THAT(recordedCalls({"json_options_set_serialnumber"}), IsEmpty());
+}
+
 TEST_F(EventTranslationTest, APayloadOf64KiBIsTakenWhole)
 {
     FakeReceivedEvent event;

@@ -1,9 +1,14 @@
-/** GLib's key file functions with failures on demand; the linker puts these before GLib's own. */
+/**
+ * GLib's key file functions, and unlink(), with failures on demand; the linker puts these before
+ * the real ones.
+ */
 #include "unit/events/wrapped_glib.h"
 
 #include "fakes/call_record.h"
 
 #include <glib.h>
+
+#include <cerrno>
 
 namespace tovrel::test {
 
@@ -24,6 +29,8 @@ GKeyFile *__real_g_key_file_new();
 gchar *__real_g_key_file_to_data(GKeyFile *file, gsize *length, GError **error);
 GKeyFile *__wrap_g_key_file_new();
 gchar *__wrap_g_key_file_to_data(GKeyFile *file, gsize *length, GError **error);
+int __real_unlink(const char *path);
+int __wrap_unlink(const char *path);
 }
 
 GKeyFile *__wrap_g_key_file_new()
@@ -40,5 +47,14 @@ gchar *__wrap_g_key_file_to_data(GKeyFile *file, gsize *length, GError **error)
     gchar *const text = __real_g_key_file_to_data(file, length, error);
     *length = claimedLength().value_or(*length);
     return text;
+}
+
+int __wrap_unlink(const char *path)
+{
+    if (shallFail("unlink")) {
+        errno = EACCES;
+        return -1;
+    }
+    return __real_unlink(path);
 }
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)

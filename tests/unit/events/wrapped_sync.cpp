@@ -62,6 +62,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex);
 
 void __wrap__ZNSt6thread4joinEv(std::thread *thread)
 {
+    run<void, const std::thread *>(syncHooks().beforeJoin, thread);
     __real__ZNSt6thread4joinEv(thread);
     if (shallFail("std::thread::join")) {
         throw std::system_error(std::make_error_code(std::errc::no_such_process));

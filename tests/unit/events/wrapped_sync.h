@@ -7,6 +7,7 @@
 
 #include <condition_variable>
 #include <functional>
+#include <thread>
 
 #include <pthread.h>
 
@@ -16,6 +17,8 @@ namespace tovrel::test {
 struct SyncHooks {
     /** Before a wait on a condition: its predicate was false, its lock is still held. */
     std::function<void(std::condition_variable *)> beforeWait;
+    /** Before a thread is joined. */
+    std::function<void(const std::thread *)> beforeJoin;
     /** After a condition was notified. */
     std::function<void(std::condition_variable *)> afterNotify;
     /** Before a lock, which may have to be waited for. */
