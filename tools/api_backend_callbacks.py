@@ -17,7 +17,8 @@ KEY_CHECK = """\
 """
 
 LIST_KEYS = """\
-    %(keys)s list{g_queue_new()};
+    %(keys)s list;
+    list.keys = g_queue_new();
     json_t *json = nullptr;
     %(handler)s(&list, error, context, userData);
     if (*error == nullptr) {

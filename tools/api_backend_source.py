@@ -12,6 +12,14 @@ OPENING = """
 #include <cstdlib>
 #include <cstring>
 
+// Names follow the paths of the document; structures and lists are those of C.
+// NOLINTBEGIN(readability-identifier-naming, modernize-avoid-c-arrays)
+// NOLINTBEGIN(clang-analyzer-optin.performance.Padding)
+"""
+
+CLOSING = """
+// NOLINTEND(clang-analyzer-optin.performance.Padding)
+// NOLINTEND(readability-identifier-naming, modernize-avoid-c-arrays)
 """
 
 HELPERS = """
@@ -230,4 +238,5 @@ def source_of(api):
     lines.extend(builder_of(api))
     lines.append(creation_of(api).rstrip("\n"))
     lines.extend(accessors_of(api))
+    lines.append(CLOSING.rstrip("\n"))
     return "\n".join(lines) + "\n"

@@ -19,7 +19,7 @@ Quoted::Quoted(const char *text)
     std::size_t length = 0;
     int characters = 0;
     // The limit of bytes acts only on what is no UTF-8: there any number of bytes may "continue".
-    for (; text[length] != '\0' && length < LIMIT; ++length) {
+    for (; length < LIMIT && text[length] != '\0'; ++length) {
         if (!continuesCharacter(text[length]) && ++characters > DBH_MAX_QUOTED_LENGTH) {
             break;
         }

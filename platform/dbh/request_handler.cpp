@@ -87,20 +87,20 @@ Json serve(const dbh_request_handler_t &handler, const char *text, dbh_api_error
     if (!parseRequest(text, request, error)) {
         return nullptr;
     }
-    const dbh_api_interface_t *api = findApi(handler, request, error);
-    if (api == nullptr) {
+    const dbh_api_interface_t *served = findApi(handler, request, error);
+    if (served == nullptr) {
         return nullptr;
     }
     const Operation *operation = findOperation(request.operation, error);
     if (operation == nullptr) {
         return nullptr;
     }
-    Target target(api->description);
+    Target target(served->description);
     if (!target.find(request.path, request.property, error) || !target.allows(*operation, error) ||
         !checkData(*operation, request.data, error)) {
         return nullptr;
     }
-    dbh_request_context_t context{.api = api, .options = request.options};
+    dbh_request_context_t context{.api = served, .options = request.options};
     Json result = call(*operation, target.node(),
                        {.path = target.keys(),
                         .property = target.property(),
@@ -108,7 +108,7 @@ Json serve(const dbh_request_handler_t &handler, const char *text, dbh_api_error
                         .data = request.data,
                         .error = error,
                         .context = &context,
-                        .userData = api->userData});
+                        .userData = served->userData});
     if (result != nullptr && operation == &GET && target.property() != nullptr) {
         return pick(result, target.property());
     }

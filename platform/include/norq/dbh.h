@@ -23,7 +23,7 @@ G_BEGIN_DECLS
  * Bytes of a request, at most. A longer one is refused before it is parsed. Parsing takes up to
  * about 100 bytes of memory for each byte of a request.
  */
-#define DBH_MAX_REQUEST_LENGTH (1024 * 1024)
+#define DBH_MAX_REQUEST_LENGTH 1048576
 
 /** Levels of nodes in a description, at most. */
 #define DBH_MAX_NODE_DEPTH 16
@@ -31,7 +31,7 @@ G_BEGIN_DECLS
 /** What an API is made of; stays valid as long as the API. */
 typedef struct dbh_api_descriptor {
     /** Builds the description and hands it over, see dbh_node_t; NULL when it fails. */
-    dbh_node_t *(*build)(void);
+    dbh_node_t *(*build)(void); // NOLINT(modernize-redundant-void-arg): C needs it
     /** Name that requests call the API by, not empty. */
     const char *name;
     /** Major version that requests have to name, 0 or more. */
