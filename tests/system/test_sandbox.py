@@ -128,6 +128,18 @@ def test_keeps_the_settings_folders_to_itself():
     assert not Path("/etc/norq", name).exists()
 
 
+def test_lets_the_command_decide_which_names_are_known():
+    script = ("echo 'hosts: files' >/etc/nsswitch.conf"
+              " && ! getent hosts broker.example"
+              " && echo '127.0.0.7 broker.example' >>/etc/hosts"
+              " && getent hosts broker.example && getent hosts localhost")
+    before = Path("/etc/hosts").read_bytes()
+    result = run("sh", "-c", script)
+    assert result.returncode == 0, result.stderr
+    assert result.stdout.splitlines()[0].split() == ["127.0.0.7", "broker.example"]
+    assert Path("/etc/hosts").read_bytes() == before
+
+
 def test_leaves_the_machine_read_only():
     name = f"sandbox-test-{uuid.uuid4().hex}"
     for folder in ("/usr", "/var", "/etc", "/"):
