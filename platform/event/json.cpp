@@ -11,6 +11,7 @@
 
 #include <norq/event.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstddef>
@@ -185,6 +186,12 @@ private:
     /** 0.1 shall not read 0.10000000000000001, unless another number needs all digits. */
     std::size_t realDigits() const
     {
+        const auto &keys = content.declaration->keys();
+        if (std::none_of(keys.begin(), keys.end(), [](const DeclaredKey &declared) {
+                return declared.type == EVENT_VALUE_DOUBLE;
+            })) {
+            return EXACT_DIGITS;
+        }
         std::size_t digits = EXACT_DIGITS;
         forEachItem([&](const std::string & /*name*/, const Value &value, Places /*places*/) {
             if (value.type() == EVENT_VALUE_DOUBLE &&

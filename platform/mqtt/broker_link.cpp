@@ -187,6 +187,7 @@ bool BrokerLink::wantsWrite() const
 
 int BrokerLink::read(bool &exhausted)
 {
+    unacknowledged = true;
     errno = 0;
     const int code = mosquitto_loop_read(client.get(), 1);
     // libmosquitto also writes to a pair of sockets that nobody empties here, which ends in the
@@ -198,9 +199,12 @@ int BrokerLink::read(bool &exhausted)
 int BrokerLink::write()
 {
     ++writeCount;
-    if (holdingBack && !corked) {
+    ++writesHeldBack;
+    if (holdingBack && !corked && (queued > 1 || writesHeldBack > 1)) {
         cork(true);
     }
+    queued = 0;
+    unacknowledged = false; // by TCP, with what is written
     errno = 0;
     return mosquitto_loop_write(client.get(), 1);
 }
@@ -209,18 +213,27 @@ void BrokerLink::release()
 {
     const int savedErrno = errno;
     holdingBack = false;
+    writesHeldBack = 0;
     if (corked) {
         cork(false);
+    }
+    if (unacknowledged) {
+        setTcpOption(TCP_QUICKACK, 1);
+        unacknowledged = false;
     }
     errno = savedErrno;
 }
 
-/** Best effort: without it every message is a packet of its own. */
 void BrokerLink::cork(bool on)
 {
-    const int value = on ? 1 : 0;
-    setsockopt(fd(), IPPROTO_TCP, TCP_CORK, &value, sizeof value);
+    setTcpOption(TCP_CORK, on ? 1 : 0);
     corked = on;
+}
+
+/** Best effort: everything works without these options, only slower. */
+void BrokerLink::setTcpOption(int option, int value) const
+{
+    setsockopt(fd(), IPPROTO_TCP, option, &value, sizeof value);
 }
 
 int BrokerLink::keepAlive()
@@ -230,6 +243,7 @@ int BrokerLink::keepAlive()
 
 int BrokerLink::publish(int &messageId, const OutboundMessage &message)
 {
+    ++queued;
     return mosquitto_publish(client.get(), &messageId, message.topic.c_str(),
                              static_cast<int>(message.payload.size()), message.payload.data(),
                              message.qos, message.retain);

@@ -71,7 +71,11 @@ public:
     /**
      * From holdBack() to release() the kernel may collect what is written, to send it as few
      * packets. libmosquitto writes each message on its own, and most of what a small message costs
-     * is its way through the network stack.
+     * is its way through the network stack. A single message is sent at once.
+     *
+     * If something was read meanwhile and nothing written, release() has the kernel acknowledge it
+     * at once: a broker that leaves Nagle's algorithm on, as the usual one does, holds its next
+     * answer back until then.
      */
     void holdBack() { holdingBack = true; }
     void release();
@@ -94,6 +98,7 @@ private:
     void setCallbacks();
     int prepareTls();
     void cork(bool on);
+    void setTcpOption(int option, int value) const;
 
     const MqttSettings &settings;
     BrokerListener &listener;
@@ -102,6 +107,9 @@ private:
     unsigned long writeCount = 0;
     bool holdingBack = false;
     bool corked = false;
+    bool unacknowledged = false;
+    unsigned int queued = 0;         // messages that the next write() writes
+    unsigned int writesHeldBack = 0; // calls of write() since holdBack()
     Client client;
 };
 
