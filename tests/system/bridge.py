@@ -138,7 +138,8 @@ class Watcher:
     """A process that watches the bridge's events: another one than the bridge, by norq-event."""
 
     END_TOPIC = "end-of-test/messages"
-    END_ITEM = item(255, END_TOPIC)
+    # A message of QoS 2 arrives last of all that were sent before it, whatever their QoS.
+    END_ITEM = item(255, END_TOPIC, qos=2)
 
     def __init__(self):
         self.watching = ProcessLines("norq-event", "watch", "--json", "--topic",
@@ -154,7 +155,7 @@ class Watcher:
         All events up to now, in their order: a message sent behind the others brings the last one.
         The service must be configured with END_ITEM.
         """
-        publish(self.END_TOPIC, "end")
+        publish(self.END_TOPIC, "end", "-q", "2")
         events = []
         while True:
             event = self.next()
