@@ -35,8 +35,7 @@ Json call(const Operation &operation, const dbh_node_t &node, const Arguments &a
     }
     if (result == nullptr && operation.givesData) {
         dbh_api_error_new(arguments.error, DBH_ERROR_INTERNAL, "%s operation of %s gave no data",
-                          operation.title,
-                          arguments.context->api->description.pathOf(node).c_str());
+                          operation.title, arguments.context->api->description.pathOf(node));
     }
     return result;
 }

@@ -69,7 +69,7 @@ json_t *dbh_get_json_from_items(const dbh_node_t *node, const GQueue *keys, GQue
                               .userData = user_data};
     if (node->get == nullptr) {
         dbh_api_error_new(error, DBH_ERROR_INTERNAL, "Items of %s cannot be got",
-                          context->api->description.pathOf(*node).c_str());
+                          context->api->description.pathOf(*node));
         return nullptr;
     }
     Json items(json_array());

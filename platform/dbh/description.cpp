@@ -62,6 +62,12 @@ Description::Description(NodeTree tree) : nodes(std::move(tree))
     add(*nodes, "", 1);
 }
 
+const char *Description::pathOf(const dbh_node_t &node) const noexcept
+{
+    const auto found = paths.find(&node);
+    return found != paths.end() ? found->second.c_str() : node.name;
+}
+
 void Description::add(const dbh_node_t &node, const std::string &parentPath, int depth)
 {
     const std::string parent = parentPath.empty() ? "the root" : parentPath;

@@ -23,8 +23,8 @@ public:
 
     const dbh_node_t &root() const { return *nodes; }
 
-    /** What messages call a node: "root.area.shelf[]". Throws for a node of another description. */
-    const std::string &pathOf(const dbh_node_t &node) const { return paths.at(&node); }
+    /** What messages call a node: "root.area.shelf[]"; its bare name when it is not in the tree. */
+    const char *pathOf(const dbh_node_t &node) const noexcept;
 
 private:
     void add(const dbh_node_t &node, const std::string &parentPath, int depth);

@@ -59,7 +59,7 @@ bool Target::allows(const Operation &operation, dbh_api_error_t **error) const
 
 std::string Target::text() const
 {
-    const std::string &path = description->pathOf(*current);
+    const std::string path = description->pathOf(*current);
     return currentProperty != nullptr ? path + "." + currentProperty : path;
 }
 

@@ -287,4 +287,17 @@ TEST_F(Operation, MayNotAskForItemsThatCannotBeGot)
               R"({"error":{"code":0,"message":"Items of root.silent cannot be got"}})");
 }
 
+TEST_F(Operation, MayNameANodeThatIsNotInTheTree)
+{
+    dbh_node_t stranger{};
+    stranger.name = "stranger";
+    behaviour.root = [&stranger](const Call &call) -> json_t * {
+        Call asked = call;
+        asked.node = &stranger;
+        return withItems(asked);
+    };
+    EXPECT_EQ(ask("\"get\""),
+              R"({"error":{"code":0,"message":"Items of stranger cannot be got"}})");
+}
+
 } // namespace

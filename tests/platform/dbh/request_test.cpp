@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <string>
 
 namespace {
@@ -260,6 +261,25 @@ TEST_F(Request, IsCheckedFromTheOutsideIn)
               errorAnswer(DBH_ERROR_UNKNOWN_PATH, "Unknown property root.climate.x"));
     EXPECT_EQ(ask(R"("operation":"add","path":["climate"])"),
               errorAnswer(DBH_ERROR_NOT_DEFINED, "Add operation not defined for root.climate"));
+}
+
+TEST(RequestHandlers, OfDifferentThreadsAreIndependent)
+{
+    const auto serve = [] {
+        greenhouse::Model model;
+        ServedApi api(greenhouse::descriptor(), &model);
+        for (int count = 0; count < 200; ++count) {
+            api.ask(R"({"api":"greenhouse","version":1,"operation":"add","path":["house"],)"
+                    R"("data":{"label":"Ferns"}})");
+            api.ask(R"({"api":"greenhouse","version":1,"operation":"get"})");
+            api.ask(
+                R"({"api":"greenhouse","version":1,"operation":"remove","path":["house","1"]})");
+        }
+        return model.houses.size();
+    };
+    auto other = std::async(std::launch::async, serve);
+    EXPECT_EQ(serve(), 1U);
+    EXPECT_EQ(other.get(), 1U);
 }
 
 } // namespace
