@@ -21,7 +21,7 @@ def promised():
     return re.findall(r"^\| ([EM]\d+) \|", page, re.MULTILINE)
 
 
-def tested():
+def numbers_of_tests():
     return (numbers_in(PYTHON_CASE, "system", suffix=".py") |
             numbers_in(CPP_CASE, "unit", "platform", suffix=".cpp"))
 
@@ -33,8 +33,8 @@ def test_every_line_has_a_number_of_its_own():
 
 
 def test_every_line_has_a_test():
-    assert set(promised()) - tested() == set()
+    assert set(promised()) - numbers_of_tests() == set()
 
 
 def test_no_test_names_a_line_that_is_not_there():
-    assert tested() - set(promised()) == set()
+    assert numbers_of_tests() - set(promised()) == set()
