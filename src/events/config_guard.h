@@ -16,6 +16,7 @@ class ConfigGuard {
 public:
     ConfigGuard() = default;
     ConfigGuard(const ConfigGuard &) noexcept {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is assigned
     ConfigGuard &operator=(const ConfigGuard &) noexcept { return *this; }
     ~ConfigGuard() = default;
 
