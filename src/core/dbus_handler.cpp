@@ -1,5 +1,7 @@
 #include "core/dbus_handler.h"
 
+#include "api/tovrel_v2_backend.h"
+#include "core/bus_methods.h"
 #include "core/sd_event_source.h"
 #include "interfaces/callback_barrier.h"
 #include "interfaces/exceptions.h"
@@ -19,17 +21,12 @@ constexpr const char *OBJECT_PATH = "/com/norq/Tovrel1";
 constexpr const char *LEGACY_INTERFACE = "com.norq.Tovrel1";
 constexpr const char *API_INTERFACE = "com.norq.Mirel.Backend1";
 
-// sd-bus wants the unused bytes of a table's entries to be zero. Static data is, and copying a
-// table as a whole, not entry by entry, keeps it so.
-constinit const std::array<sd_bus_vtable, 2> LEGACY_METHODS{
-    {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END}};
-constinit const std::array<sd_bus_vtable, 2> API_METHODS{
-    {SD_BUS_VTABLE_START(0), SD_BUS_VTABLE_END}};
-
 /** sd-bus makes this signal up itself when the connection has ended; no bus daemon sends it. */
 constexpr const char *LOCAL_SENDER = "org.freedesktop.DBus.Local";
 constexpr const char *LOCAL_PATH = "/org/freedesktop/DBus/Local";
 constexpr const char *LOCAL_INTERFACE = "org.freedesktop.DBus.Local";
+
+using ApiFailure = CHandle<dbh_error_t, dbh_error_free>;
 
 int onDisconnected(sd_bus_message * /*message*/, void * /*data*/, sd_bus_error * /*error*/)
 {
@@ -57,15 +54,42 @@ gboolean onTerminationSignal(gpointer /*data*/)
 
 } // namespace
 
-DbusHandler::DbusHandler(BaseEventBridge &ownBridge) : bridge(&ownBridge)
+DbusHandler::DbusHandler(BaseEventBridge *ownBridge) : bridge(ownBridge)
 {
     static_assert(sizeof(legacyMethods) == sizeof(LEGACY_METHODS));
     static_assert(sizeof(apiMethods) == sizeof(API_METHODS));
     std::memcpy(legacyMethods.data(), LEGACY_METHODS.data(), sizeof(LEGACY_METHODS));
     std::memcpy(apiMethods.data(), API_METHODS.data(), sizeof(API_METHODS));
+    setUpApi();
     openBus();
     addObject();
     requestName();
+}
+
+void DbusHandler::setUpApi()
+{
+    ApiFailure creation;
+    ApiFailure registration;
+    api.reset(tovrel_v2_create_api(bridge, nullptr, OutParameter(creation)));
+    const auto *const interface = dbh_get_api_interface(api.get());
+    requestHandler.reset(dbh_request_handler_new(interface));
+    if (!dbh_request_handler_add_api(requestHandler.get(), interface, OutParameter(registration))) {
+        tovrel_log(LOG_LEVEL_FAILURE, "%sCould not setup Mirel API handling: %s", LOG_PREFIX,
+                   dbh_error_message(creation ? creation.get() : registration.get()));
+    }
+}
+
+MallocText DbusHandler::processRequest(const char *request)
+{
+    MallocText response;
+    ApiFailure failure;
+    if (!dbh_request_handler_process_request(requestHandler.get(), request, OutParameter(response),
+                                             OutParameter(failure))) {
+        tovrel_log(LOG_LEVEL_FAILURE, "%sCould not process request: %s ", LOG_PREFIX,
+                   dbh_error_message(failure.get()));
+        response.reset();
+    }
+    return response;
 }
 
 void DbusHandler::openBus()
@@ -78,14 +102,14 @@ void DbusHandler::openBus()
 
 void DbusHandler::addObject()
 {
-    int result =
-        sd_bus_add_object_vtable(bus, nullptr, OBJECT_PATH, API_INTERFACE, apiMethods.data(), this);
+    int result = sd_bus_add_object_vtable(bus, nullptr, OBJECT_PATH, API_INTERFACE,
+                                          apiMethods.data(), static_cast<BaseDbusHandler *>(this));
     if (result < 0) {
         throw SdBusException("Could not add Mirel DBus object");
     }
 
     result = sd_bus_add_object_vtable(bus, nullptr, OBJECT_PATH, LEGACY_INTERFACE,
-                                      legacyMethods.data(), this);
+                                      legacyMethods.data(), static_cast<BaseDbusHandler *>(this));
     if (result < 0) {
         tovrel_log(LOG_LEVEL_FAILURE, "%sFailed adding to vtable", LOG_PREFIX);
         throw SdBusException(std::string("Failed to add object to vtable: ") + g_strerror(-result));

@@ -5,7 +5,9 @@
 #pragma once
 
 #include "interfaces/base_dbus_handler.h"
+#include "interfaces/c_handles.h"
 
+#include <norq/dbh.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
@@ -25,9 +27,9 @@ class DbusHandler final : public BaseDbusHandler {
 public:
     /**
      * Connects to the system bus, puts the object there and takes the service's name. `ownBridge`
-     * is borrowed and must outlive this object. Throws SdBusException.
+     * is borrowed, may be null, and outlives this object. Throws SdBusException.
      */
-    explicit DbusHandler(BaseEventBridge &ownBridge);
+    explicit DbusHandler(BaseEventBridge *ownBridge);
 
     void start() override;
 
@@ -41,7 +43,17 @@ public:
 
     bool releaseNameAndQuit(GMainLoop *mainLoop) override;
 
+    /**
+     * The answer of the configuration API to a request text, which may be null; nothing, logged,
+     * when there is none.
+     */
+    MallocText processRequest(const char *request);
+
 private:
+    using RequestHandler = CHandle<dbh_request_handler_t, dbh_request_handler_free>;
+    using Api = CHandle<dbh_api_t, dbh_delete_api>;
+
+    void setUpApi();
     void openBus();
     void addObject();
     void requestName();
@@ -51,10 +63,12 @@ private:
     sd_bus *bus = nullptr;
     sd_event *eventLoop = nullptr;
     // Both tables stand between a start and an end entry; sd-bus reads them where they are. To be
-    // filled byte by byte only: see the tables in the source.
-    std::array<sd_bus_vtable, 2> legacyMethods{};
-    std::array<sd_bus_vtable, 2> apiMethods{};
+    // filled byte by byte only: see core/bus_methods.h.
+    std::array<sd_bus_vtable, 6> legacyMethods{};
+    std::array<sd_bus_vtable, 3> apiMethods{};
     guint mainLoopSourceId = 0;
+    Api api;
+    RequestHandler requestHandler; // goes before the API that it serves
 };
 
 } // namespace tovrel

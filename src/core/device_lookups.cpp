@@ -1,4 +1,5 @@
 /** What the service asks other services of the device over its own bus connection. */
+#include "core/bus_fields.h"
 #include "core/dbus_handler.h"
 #include "interfaces/log.h"
 #include "interfaces/sd_bus_handles.h"
@@ -31,9 +32,9 @@ std::string findPrefix(sd_bus_message *reply)
     std::string prefix;
     // Ends for any reply, also when entries cannot be left: each turn reads two more texts of it.
     while (sd_bus_message_enter_container(reply, SD_BUS_TYPE_DICT_ENTRY, "ss") > 0) {
-        const char *key = nullptr;
-        const char *value = nullptr;
-        if (sd_bus_message_read(reply, "ss", &key, &value) <= 0) {
+        std::string key;
+        std::string value;
+        if (readFields(reply, key, value) <= 0) {
             tovrel_log(LOG_LEVEL_FAILURE, "%sFailed to read key-value pair", LOG_PREFIX);
             break;
         }

@@ -42,7 +42,7 @@ int main()
         tovrel_log(tovrel::LOG_LEVEL_PROGRESS, "%stovrel starting", tovrel::LOG_PREFIX);
 
         std::unique_ptr<tovrel::BaseDbusHandler> dbusHandler =
-            std::make_unique<tovrel::DbusHandler>(bridge);
+            std::make_unique<tovrel::DbusHandler>(&bridge);
         tovrel_log(tovrel::LOG_LEVEL_PROGRESS, "%sCreated dbus handler", tovrel::LOG_PREFIX);
 
         std::unique_ptr<tovrel::BaseEventProducerHandler> producerHandler =

@@ -18,16 +18,17 @@ class DbusHandlerConstruction : public DbusFixture {
 protected:
     std::string failure()
     {
-        return thrownMessage([this] { const DbusHandler handler(bridge); });
+        return thrownMessage([this] { const DbusHandler handler(&bridge); });
     }
 };
 
 TEST_F(DbusHandlerConstruction, OpensTheBusAddsBothTablesAndTakesTheName)
 {
-    const DbusHandler handler(bridge);
+    const DbusHandler handler(&bridge);
 
     EXPECT_THAT(recordedCalls(),
-                ElementsAre("sd_bus_default_system",
+                ElementsAre("tovrel_v2_create_api", "dbh_request_handler_new api",
+                            "dbh_request_handler_add_api api", "sd_bus_default_system",
                             "sd_bus_add_object_vtable com.norq.Mirel.Backend1 /com/norq/Tovrel1",
                             "sd_bus_add_object_vtable com.norq.Tovrel1 /com/norq/Tovrel1",
                             "sd_bus_request_name com.norq.Tovrel1 flags 0"));
@@ -36,23 +37,44 @@ TEST_F(DbusHandlerConstruction, OpensTheBusAddsBothTablesAndTakesTheName)
 
 TEST_F(DbusHandlerConstruction, GivesItselfToTheMethodsOfBothTables)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
 
     ASSERT_EQ(bus.tables.size(), 2U);
     EXPECT_EQ(bus.tables[0].userData, &handler);
     EXPECT_EQ(bus.tables[1].userData, &handler);
 }
 
-TEST_F(DbusHandlerConstruction, DelimitsBothTablesWithStartAndEndEntries)
+std::vector<std::string> busCalls()
 {
-    const DbusHandler handler(bridge);
+    return recordedCalls(
+        {"sd_bus_default_system", "sd_bus_add_object_vtable", "sd_bus_request_name"});
+}
+
+/** What a table offers: "name in -> out", in its order. */
+std::vector<std::string> methodsOf(const FakeSdBus::Table &table)
+{
+    std::vector<std::string> methods;
+    EXPECT_EQ(table.entries[0].type, _SD_BUS_VTABLE_START);
+    for (const auto *entry = table.entries + 1; entry->type != _SD_BUS_VTABLE_END; ++entry) {
+        EXPECT_EQ(entry->type, _SD_BUS_VTABLE_METHOD);
+        EXPECT_EQ(entry->flags, SD_BUS_VTABLE_UNPRIVILEGED);
+        const auto &method = entry->x.method;
+        methods.push_back(std::string(method.member) + " " + method.signature + " -> " +
+                          method.result);
+    }
+    return methods;
+}
+
+TEST_F(DbusHandlerConstruction, OffersTheMethodsOfBothInterfacesToAnyClient)
+{
+    const DbusHandler handler(&bridge);
 
     ASSERT_EQ(bus.tables.size(), 2U);
-    for (const auto &table : bus.tables) {
-        EXPECT_EQ(table.entries[0].type, _SD_BUS_VTABLE_START);
-        EXPECT_EQ(table.entries[1].type, _SD_BUS_VTABLE_END);
-    }
-    EXPECT_NE(bus.tables[0].entries, bus.tables[1].entries);
+    EXPECT_THAT(methodsOf(bus.tables[0]), ElementsAre("HandleRequest s -> s"));
+    EXPECT_THAT(methodsOf(bus.tables[1]),
+                ElementsAre("SetMQTTToEventConfig a(sbib) -> i", "GetMQTTToEventConfig  -> a(sbib)",
+                            "SetEventToMQTTConfig ssbbba(ssi) -> i",
+                            "GetEventToMQTTConfig  -> ssbbba(ssi)"));
 }
 
 TEST_F(DbusHandlerConstruction, ZeroesTheUnusedBytesOfBothTables)
@@ -60,13 +82,17 @@ TEST_F(DbusHandlerConstruction, ZeroesTheUnusedBytesOfBothTables)
     // Memory that was used before, as the heap gives it.
     alignas(DbusHandler) std::array<std::byte, sizeof(DbusHandler)> storage{};
     storage.fill(std::byte{0xA5});
-    auto *const handler = new (storage.data()) DbusHandler(bridge);
+    auto *const handler = new (storage.data()) DbusHandler(&bridge);
 
     ASSERT_EQ(bus.tables.size(), 2U);
     for (const auto &table : bus.tables) {
+        const auto *last = table.entries;
+        while (last->type != _SD_BUS_VTABLE_END) {
+            ++last;
+        }
         const auto *const start = reinterpret_cast<const std::byte *>(&table.entries[0].x);
-        const auto *const end = reinterpret_cast<const std::byte *>(&table.entries[1].x);
-        const std::size_t size = sizeof(table.entries[0].x);
+        const auto *const end = reinterpret_cast<const std::byte *>(&last->x);
+        const std::size_t size = sizeof(last->x);
         const auto isZero = [](std::byte byte) { return byte == std::byte{0}; };
         EXPECT_TRUE(std::all_of(start + sizeof(table.entries[0].x.start), start + size, isZero));
         EXPECT_TRUE(std::all_of(end, end + size, isZero));
@@ -80,7 +106,7 @@ TEST_F(DbusHandlerConstruction, ThrowsWhenTheBusCannotBeOpened)
 
     EXPECT_EQ(failure(), "Failed adding to open bus!");
     EXPECT_THAT(log.take(), ElementsAre(LogLine{256, "Failed adding to open bus!"}));
-    EXPECT_THAT(recordedCalls(), ElementsAre("sd_bus_default_system"));
+    EXPECT_THAT(busCalls(), ElementsAre("sd_bus_default_system"));
 }
 
 TEST_F(DbusHandlerConstruction, ThrowsWithoutALogLineWhenTheApiTableCannotBeAdded)
@@ -89,7 +115,7 @@ TEST_F(DbusHandlerConstruction, ThrowsWithoutALogLineWhenTheApiTableCannotBeAdde
 
     EXPECT_EQ(failure(), "Could not add Mirel DBus object");
     EXPECT_THAT(log.take(), IsEmpty());
-    EXPECT_EQ(recordedCalls().size(), 2U) << "nothing comes after the failure";
+    EXPECT_EQ(busCalls().size(), 2U) << "nothing comes after the failure";
 }
 
 TEST_F(DbusHandlerConstruction, ThrowsWithTheReasonWhenTheLegacyTableCannotBeAdded)
@@ -98,7 +124,7 @@ TEST_F(DbusHandlerConstruction, ThrowsWithTheReasonWhenTheLegacyTableCannotBeAdd
 
     EXPECT_EQ(failure(), "Failed to add object to vtable: Invalid argument");
     EXPECT_THAT(log.take(), ElementsAre(LogLine{256, "Failed adding to vtable"}));
-    EXPECT_EQ(recordedCalls().size(), 3U) << "the name is not requested";
+    EXPECT_EQ(busCalls().size(), 3U) << "the name is not requested";
 }
 
 TEST_F(DbusHandlerConstruction, ThrowsWithTheReasonWhenTheNameIsTaken)
@@ -113,11 +139,11 @@ TEST_F(DbusHandlerConstruction, ThrowsWithTheReasonWhenTheNameIsTaken)
 TEST_F(DbusHandlerConstruction, LeavesTheBusAloneWhenDestroyed)
 {
     {
-        DbusHandler handler(bridge);
+        DbusHandler handler(&bridge);
         handler.start();
         resetCalls();
     }
-    EXPECT_THAT(recordedCalls(), IsEmpty());
+    EXPECT_THAT(recordedCalls(), ElementsAre("dbh_request_handler_free", "dbh_delete_api"));
     EXPECT_EQ(bus.loopReferences, 1);
 }
 
@@ -130,7 +156,7 @@ protected:
         return thrownMessage([this] { handler.start(); });
     }
 
-    DbusHandler handler{bridge};
+    DbusHandler handler{&bridge};
 };
 
 TEST_F(DbusHandlerStart, AttachesTheBusToTheDefaultLoopAndTheLoopToGlib)
@@ -209,7 +235,7 @@ protected:
     DbusHandlerRelease() { resetCalls(); }
 
     CHandle<GMainLoop, g_main_loop_unref> loop{g_main_loop_new(nullptr, FALSE)};
-    DbusHandler handler{bridge};
+    DbusHandler handler{&bridge};
 };
 
 TEST_F(DbusHandlerRelease, StartsToReleaseTheNameUnderASigtermGuard)
@@ -257,16 +283,6 @@ TEST_F(DbusHandlerRelease, TakesTheGuardAwayWhenTheReleaseCannotStart)
     EXPECT_EQ(sources.sources.size(), 1U);
     EXPECT_THAT(sources.attached("signal"), IsEmpty());
     EXPECT_THAT(sources.quitLoops, IsEmpty()) << "that is left to the caller";
-}
-
-TEST_F(DbusFixture, TheLegacyMethodsRefuseWhileTheyAreNotOffered)
-{
-    DbusHandler handler(bridge);
-
-    EXPECT_THROW(handler.handleSetMQTTToEventConfig(nullptr, nullptr), SdBusException);
-    EXPECT_THROW(handler.fillMQTTToEventConfigReply(nullptr), SdBusException);
-    EXPECT_THROW(handler.handleSetEventToMQTTConfig(nullptr), SdBusException);
-    EXPECT_THROW(handler.fillEventToMQTTConfigReply(nullptr), SdBusException);
 }
 
 } // namespace

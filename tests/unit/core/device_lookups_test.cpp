@@ -13,7 +13,7 @@ class SerialNumber : public DbusFixture {
 protected:
     SerialNumber() { resetCalls(); }
 
-    DbusHandler handler{bridge};
+    DbusHandler handler{&bridge};
 };
 
 TEST_F(SerialNumber, IsThePropertyOfTheDeviceInformationService)
@@ -66,7 +66,7 @@ protected:
         return prefix;
     }
 
-    DbusHandler handler{bridge};
+    DbusHandler handler{&bridge};
 };
 
 TEST_F(DeviceTopicPrefix, IsAskedOfTheMessagingService)

@@ -5,6 +5,7 @@
 #include "fakes/call_record.h"
 #include "fakes/fake_config_paths.h"
 #include "fakes/fake_confutils.h"
+#include "fakes/fake_dbh.h"
 #include "fakes/fake_event.h"
 #include "fakes/fake_event_consumer.h"
 #include "fakes/fake_glib_sources.h"
@@ -83,6 +84,7 @@ public:
         FakeGlibSources::instance().reset();
         resetFakeMqtt();
         resetFakeEvents();
+        resetFakeDbh();
     }
 
     bool mainHasRun = false;
@@ -121,7 +123,7 @@ TEST_F(MainDeathTest, LogsEachStepAndEndsWithSuccessWhenTheLoopHasEnded)
 TEST_F(MainDeathTest, SetsTheLoggerUpFirstAndCreatesTheBusConnectionNext)
 {
     EXPECT_EXIT(runMain(), ExitedWithCode(0),
-                AllOf(HasSubstr("<nq_log_syslog tovrel>\n<sd_bus_default_system>"),
+                AllOf(HasSubstr("<nq_log_syslog tovrel>\n<tovrel_v2_create_api>"),
                       HasSubstr("<g_main_loop_run>")));
 }
 
@@ -204,8 +206,9 @@ TEST_F(MainDeathTest, EndsWithSuccessAfterTerminatingItself)
                 AllOf(HasSubstr("64 Releasing DBus name\n64 Name released - quitting main loop\n"),
                       HasSubstr("<sd_bus_release_name_async com.norq.Tovrel1>\n<MQTTMsg_delete>\n"
                                 "<g_main_loop_quit>"),
-                      HasSubstr("after the bridge:\n<event_consumer_free>\nclients left: 0, "
-                                "producers left: 0, consumers left: 0")));
+                      HasSubstr("after the bridge:\n<event_consumer_free>\n"
+                                "<dbh_request_handler_free>\n<dbh_delete_api>\n"
+                                "clients left: 0, producers left: 0, consumers left: 0")));
 }
 
 TEST_F(MainDeathTest, EndsWithSuccessWhenTheNameCannotBeReleased)

@@ -5,15 +5,13 @@
  */
 #include "core/dbus_handler.h"
 #include "core/sd_event_source.h"
-#include "fakes/log_capture.h"
-#include "fakes/mock_event_bridge.h"
 #include "interfaces/c_handles.h"
 #include "interfaces/callback_barrier.h"
 #include "interfaces/exceptions.h"
 #include "interfaces/sd_bus_handles.h"
-#include "support/private_bus.h"
 #include "support/wait_until.h"
 #include "unit/core/bus_neighbour.h"
+#include "unit/core/real_bus.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +19,6 @@
 #include <csignal>
 #include <functional>
 #include <string>
-#include <thread>
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -30,42 +27,6 @@ using ::testing::IsEmpty;
 namespace tovrel::test {
 
 namespace {
-
-constexpr guint DEADLINE_SECONDS = 20;
-
-/** A main loop that ends after a deadline, with a failed test, if nothing else ends it. */
-class RealLoop : public ::testing::Test {
-protected:
-    RealLoop()
-    {
-        g_timeout_add_seconds(
-            DEADLINE_SECONDS,
-            [](gpointer data) -> gboolean {
-                ADD_FAILURE() << "the main loop was not quit in time";
-                g_main_loop_quit(static_cast<GMainLoop *>(data));
-                return G_SOURCE_REMOVE;
-            },
-            loop.get());
-    }
-
-    /** Runs the main loop while `client` runs on another thread, and until that has ended. */
-    void runWhile(const std::function<void()> &client)
-    {
-        std::thread thread([this, &client] {
-            client();
-            g_idle_add(
-                [](gpointer data) -> gboolean {
-                    g_main_loop_quit(static_cast<GMainLoop *>(data));
-                    return G_SOURCE_REMOVE;
-                },
-                loop.get());
-        });
-        runMainLoop(loop.get());
-        thread.join();
-    }
-
-    CHandle<GMainLoop, g_main_loop_unref> loop{g_main_loop_new(nullptr, FALSE)};
-};
 
 using EventSource = CHandle<sd_event_source, sd_event_source_unref>;
 
@@ -141,16 +102,9 @@ TEST_F(SdEventUnderGlib, LetsGoOfTheLoopWhenSdEventHasEnded)
     })) << "the GLib source held the last reference";
 }
 
-class RealBus : public RealLoop {
+/** What a client sees of the service. */
+class RealBus : public RealBusFixture {
 protected:
-    /** A blocking client connection, to be used on the thread that opens it. */
-    static CHandle<sd_bus, sd_bus_flush_close_unref> connect()
-    {
-        CHandle<sd_bus, sd_bus_flush_close_unref> client;
-        checked(sd_bus_open_system(OutParameter(client)), "sd_bus_open_system");
-        return client;
-    }
-
     static std::string introspect()
     {
         const auto client = connect();
@@ -183,15 +137,11 @@ protected:
         CHandle<sd_bus_creds, sd_bus_creds_unref> owner;
         return sd_bus_get_name_creds(client.get(), name, 0, OutParameter(owner)) >= 0;
     }
-
-    test_support::PrivateBus bus;
-    ::testing::StrictMock<MockEventBridge> bridge;
-    LogCapture log;
 };
 
 TEST_F(RealBus, ShowsTheObjectWithBothInterfacesUnderItsName)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
     handler.start();
     std::string description;
     runWhile([&description] { description = introspect(); });
@@ -203,10 +153,10 @@ TEST_F(RealBus, ShowsTheObjectWithBothInterfacesUnderItsName)
 
 TEST_F(RealBus, AnswersACallOfAMethodThatItDoesNotHave)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
     handler.start();
     std::string error;
-    runWhile([&error] { error = errorOf("GetMQTTToEventConfig"); });
+    runWhile([&error] { error = errorOf("GetConfig"); });
 
     EXPECT_EQ(error, "org.freedesktop.DBus.Error.UnknownMethod");
 }
@@ -216,14 +166,14 @@ TEST_F(RealBus, RefusesToBeTheSecondOwnerOfTheName)
     const BusNeighbour first(
         [](sd_bus *own) { checked(sd_bus_request_name(own, "com.norq.Tovrel1", 0), "name"); });
 
-    EXPECT_THROW(const DbusHandler handler(bridge), SdBusException);
+    EXPECT_THROW(const DbusHandler handler(&bridge), SdBusException);
     EXPECT_THAT(log.take(),
                 ElementsAre(LogLine{256, "Failed getting service name: error: File exists"}));
 }
 
 TEST_F(RealBus, EndsTheLoopWhenTheNameIsReleasedAndSurvivesASigtermMeanwhile)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
     handler.start();
     ASSERT_TRUE(isOwned("com.norq.Tovrel1"));
 
@@ -238,7 +188,7 @@ TEST_F(RealBus, EndsTheLoopWhenTheNameIsReleasedAndSurvivesASigtermMeanwhile)
 
 TEST_F(RealBus, EndsTheLoopWithAnExceptionWhenTheBusGoesAway)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
     handler.start();
     g_idle_add(
         [](gpointer data) -> gboolean {
@@ -253,7 +203,7 @@ TEST_F(RealBus, EndsTheLoopWithAnExceptionWhenTheBusGoesAway)
 
 TEST_F(RealBus, CannotStartToReleaseANameOnALostBus)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
     handler.start();
     bus.stop();
     EXPECT_THROW(runMainLoop(loop.get()), SdBusException);
@@ -266,7 +216,7 @@ TEST_F(RealBus, CannotStartToReleaseANameOnALostBus)
 
 TEST_F(RealBus, KnowsNoSerialNumberAndNoPrefixWithoutTheDevicesServices)
 {
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
 
     EXPECT_EQ(handler.getSerialNumber(), "no_serial");
     EXPECT_EQ(handler.getDeviceTopicPrefix(), "");
@@ -328,7 +278,7 @@ TEST_F(RealBus, ReadsTheSerialNumberOfTheDeviceInformationService)
 {
     const BusNeighbour neighbour(service("com.norq.BasicDeviceInfo1", "/com/norq/BasicDeviceInfo1",
                                          "com.norq.Configuration.Legacy", INFORMATION));
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
 
     EXPECT_EQ(handler.getSerialNumber(), "ACCC8E000000");
     EXPECT_THAT(log.take(), IsEmpty());
@@ -339,7 +289,7 @@ TEST_F(RealBus, ReadsTheLastDeviceTopicPrefixOfTheMessagingService)
     const BusNeighbour neighbour(service("com.norq.MQTTMessagingService1",
                                          "/com/norq/MQTTMessagingService1",
                                          "com.norq.MQTTMessagingService1", MESSAGING));
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
 
     EXPECT_EQ(handler.getDeviceTopicPrefix(), "norq/second");
     EXPECT_EQ(handler.getDeviceTopicPrefix(), "norq/second") << "every lookup asks again";
@@ -351,7 +301,7 @@ TEST_F(RealBus, FindsNoPrefixInAReplyOfAnotherType)
     const BusNeighbour neighbour(service("com.norq.MQTTMessagingService1",
                                          "/com/norq/MQTTMessagingService1",
                                          "com.norq.MQTTMessagingService1", ODD_MESSAGING));
-    DbusHandler handler(bridge);
+    DbusHandler handler(&bridge);
 
     EXPECT_EQ(handler.getDeviceTopicPrefix(), "");
     const auto lines = log.take();
