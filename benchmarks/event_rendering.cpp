@@ -68,6 +68,7 @@ BENCHMARK(extractionAndRendering)
 
 int main(int argc, char **argv)
 {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -110,6 +110,21 @@ void print(int qos, const Comparison &result, const Options &options)
                 static_cast<unsigned long long>(options.longestBurst));
 }
 
+void setNumber(Options &options, const std::string &option, int number)
+{
+    if (option == "--seconds") {
+        options.time = std::chrono::seconds(number);
+    } else if (option == "--rounds") {
+        options.rounds = number;
+    } else if (option == "--burst") {
+        options.longestBurst = static_cast<std::uint64_t>(number);
+    } else if (option == "--qos") {
+        options.qos = {number};
+    } else {
+        throw std::runtime_error("unknown option: " + option);
+    }
+}
+
 Options readOptions(int argc, char **argv)
 {
     Options options;
@@ -117,19 +132,12 @@ Options readOptions(int argc, char **argv)
         const std::string option = argv[index];
         if (option == "--quick") {
             options = {milliseconds(150), 1, PROMISED_BURST, {0, 1, 2}};
-        } else if (index + 1 == argc) {
-            throw std::runtime_error("unknown option: " + option);
-        } else if (const int number = std::atoi(argv[++index]); option == "--seconds") {
-            options.time = std::chrono::seconds(number);
-        } else if (option == "--rounds") {
-            options.rounds = number;
-        } else if (option == "--burst") {
-            options.longestBurst = static_cast<std::uint64_t>(number);
-        } else if (option == "--qos") {
-            options.qos = {number};
-        } else {
+            continue;
+        }
+        if (index + 1 == argc) {
             throw std::runtime_error("unknown option: " + option);
         }
+        setNumber(options, option, std::atoi(argv[++index]));
     }
     return options;
 }

@@ -18,7 +18,7 @@ using test_support::waitUntil;
 
 std::string fromSandbox(const char *name)
 {
-    const char *value = std::getenv(name);
+    const char *value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): there is one thread
     if (value == nullptr) {
         throw std::runtime_error("run this inside scripts/sandbox --no-service");
     }
@@ -79,8 +79,8 @@ void Services::startService(std::chrono::seconds keepalive)
                           "includeSerialNumberInPayload=false\n";
     for (const int qos : {0, 1, 2}) {
         const std::string number = std::to_string(qos);
-        filters += "\n[" + number + "]\ntopicFilter=" + eventFilter(qos) + "\nqos=" + number +
-                   "\nretain=none\n";
+        filters.append("\n[").append(number).append("]\ntopicFilter=").append(eventFilter(qos));
+        filters.append("\nqos=").append(number).append("\nretain=none\n");
     }
     write("/etc/tovrel/event_to_mqtt_v2.conf", filters);
     serviceProcess =

@@ -32,12 +32,12 @@ constexpr seconds KEEPALIVE{5};
 constexpr long WAKE_UPS_PER_PING = 2;
 constexpr seconds SETTLING{3};
 /** Parts of the events that are compared with the first one. */
-constexpr std::uint64_t PARTS_OF_EVENTS = 4;
+constexpr unsigned long PARTS_OF_EVENTS = 4;
 
 /** What is measured, and for how long. */
 struct Options {
     seconds idleTime{30};
-    std::uint64_t eventsOfPart = 250'000;
+    unsigned long eventsOfPart = 250'000;
     /** Kilobytes by which memory may grow and count as flat: a longer backlog than before. */
     long flatKib = 256;
 };
@@ -93,7 +93,7 @@ bool watchWakeUps(pid_t service, pid_t minimal, pid_t eventService, seconds time
     return sum <= pings * WAKE_UPS_PER_PING;
 }
 
-Figures send(const Services &services, std::uint64_t count)
+Figures send(const Services &services, unsigned long count)
 {
     Plan plan;
     plan.time = std::chrono::minutes(10);
@@ -109,17 +109,15 @@ bool watchMemory(const Services &services, const Options &options)
     std::printf("\n  memory after so many events %9s %15s %26s\n", "", "resident, KiB",
                 "heap and stacks, KiB");
     Memory after = before;
-    for (std::uint64_t part = 1; part <= PARTS_OF_EVENTS; ++part) {
-        std::printf("  %36llu %15ld %26ld\n",
-                    static_cast<unsigned long long>(part * options.eventsOfPart), after.rss,
+    for (unsigned long part = 1; part <= PARTS_OF_EVENTS; ++part) {
+        std::printf("  %36lu %15ld %26ld\n", part * options.eventsOfPart, after.rss,
                     after.anonymous);
         std::fflush(stdout);
         lossless = send(services, options.eventsOfPart).lossless && lossless;
         after = memoryOf(services.service());
     }
-    std::printf("  %36llu %15ld %26ld%s\n",
-                static_cast<unsigned long long>((PARTS_OF_EVENTS + 1) * options.eventsOfPart),
-                after.rss, after.anonymous, lossless ? "" : "   EVENTS WERE LOST");
+    std::printf("  %36lu %15ld %26ld%s\n", (PARTS_OF_EVENTS + 1) * options.eventsOfPart, after.rss,
+                after.anonymous, lossless ? "" : "   EVENTS WERE LOST");
     return lossless && after.anonymous <= before.anonymous + options.flatKib;
 }
 
