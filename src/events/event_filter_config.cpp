@@ -55,7 +55,7 @@ std::string_view takeNamespaces(std::string_view segment, std::string &currentNa
 
 } // namespace
 
-ParsedTopicFilter parseTopicFilter(std::string topicFilter)
+ParsedTopicFilter parseTopicFilter(const std::string &topicFilter)
 {
     ParsedTopicFilter parsed;
     std::string_view rest = topicFilter;

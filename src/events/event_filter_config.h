@@ -26,7 +26,7 @@ struct ParsedTopicFilter {
 };
 
 /** Splits a topic filter such as "tns1:Device/tnsnorq:Beta//." into its parts. */
-ParsedTopicFilter parseTopicFilter(std::string topicFilter);
+ParsedTopicFilter parseTopicFilter(const std::string &topicFilter);
 
 /**
  * An event filter: which events, published with which QoS and retain policy. A value type; the

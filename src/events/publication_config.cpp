@@ -71,7 +71,8 @@ std::string PublicationConfig::addEventFilter(EventFilterConfig filter)
 {
     auto id = allocateId();
     const auto lock = guard.lock();
-    eventFilters.try_emplace(id, std::move(filter)).first->second.guard.set(guard.get());
+    const auto place = eventFilters.insert({id, std::move(filter)}).first;
+    place->second.guard.set(guard.get());
     return id;
 }
 
@@ -81,12 +82,12 @@ void PublicationConfig::removeEventFilter(const std::string &id)
     if (found == eventFilters.end()) {
         throw NoSuchConfigException("No such id");
     }
-    const std::string key = id; // `id` may be the key that is erased
+    EventFilters::node_type removed; // keeps the key, which `id` may be
     {
         const auto lock = guard.lock();
-        eventFilters.erase(found);
+        removed = eventFilters.extract(found);
     }
-    releaseId(key);
+    releaseId(removed.key());
 }
 
 void PublicationConfig::setTopicPrefixSetting(const std::string &text)
