@@ -156,7 +156,12 @@ class MqttOfflineTest : public MqttTest, public testing::WithParamInterface<int>
 
 TEST_P(MqttOfflineTest, KeepsAsManyMessagesAsTheBoundSaysAndSendsTheRefusedNever)
 {
-    Broker broker({"allow_anonymous true"}, false);
+    Broker broker({"allow_anonymous true", "persistence true", "persistence_location FOLDER/",
+                   "queue_qos0_messages true", "max_queued_messages 0"});
+    // The broker knows the subscription before the client can reach it.
+    const std::vector<std::string> session{"-q", "2", "-c", "-i", "reader"};
+    std::make_unique<Subscriber>(broker, "#", session).reset();
+    broker.terminate();
     configure(broker.port(), "", "[queue]\nmessages=500\n");
     TestClient client;
     client.init();
@@ -169,7 +174,7 @@ TEST_P(MqttOfflineTest, KeepsAsManyMessagesAsTheBoundSaysAndSendsTheRefusedNever
         ASSERT_EQ(refused.text, "The queue is full: 500 messages are waiting");
     }
     broker.start();
-    Subscriber subscriber(broker, "#", {"-q", "2"});
+    const Subscriber subscriber(broker, "#", session);
     ASSERT_TRUE(waitUntil([&] { return client.publish("end", "", GetParam()).code == 0; }));
     ASSERT_TRUE(waitUntil([&] {
         const auto messages = subscriber.messages();
