@@ -82,9 +82,14 @@ protected:
 
 // In place of the standard library's, for the event library too. Not inlined, or the compiler takes
 // the pair for mismatched.
+[[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t & /*tag*/) noexcept
+{
+    return allocationsUntilFailure-- == 0 ? nullptr : std::malloc(size);
+}
+
 [[gnu::noinline]] void *operator new(std::size_t size)
 {
-    void *const memory = allocationsUntilFailure-- == 0 ? nullptr : std::malloc(size);
+    void *const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
