@@ -23,8 +23,8 @@ constexpr std::size_t USUAL_TOPIC_LENGTH = 160;
 
 using LevelKey = std::array<char, sizeof "topic99">;
 
-/** The names "topic0" to "topic99", ready-made: to format one costs more than to look it up. */
-constexpr std::array<LevelKey, MAX_TOPIC_LEVELS> LEVEL_KEYS = [] {
+constexpr std::array<LevelKey, MAX_TOPIC_LEVELS> makeLevelKeys()
+{
     std::array<LevelKey, MAX_TOPIC_LEVELS> keys{};
     for (std::size_t level = 0; level < keys.size(); ++level) {
         LevelKey key{'t', 'o', 'p', 'i', 'c'};
@@ -36,7 +36,10 @@ constexpr std::array<LevelKey, MAX_TOPIC_LEVELS> LEVEL_KEYS = [] {
         keys[level] = key;
     }
     return keys;
-}();
+}
+
+/** The names "topic0" to "topic99", ready-made: to format one costs more than to look it up. */
+constexpr std::array<LevelKey, MAX_TOPIC_LEVELS> LEVEL_KEYS = makeLevelKeys();
 
 void freeTags(GList *tags)
 {
