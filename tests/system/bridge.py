@@ -68,6 +68,12 @@ def service_pid():
     return int(found[1]) if found else None
 
 
+def kill_service():
+    """Ends the service as a crash would, and waits until it is gone."""
+    subprocess.run(["kill", "-KILL", str(service_pid())], check=True)
+    wait_until(lambda: service_pid() is None, "the service is gone")
+
+
 def log_of(name):
     path = LOGS / f"{name}.log"
     return path.read_text(encoding="utf-8", errors="replace") if path.exists() else ""
@@ -165,6 +171,19 @@ class Watcher:
 
     def close(self):
         self.watching.close()
+
+
+def events_of(topic):
+    """
+    The kinds and topics of the events that a message on a topic becomes, with a watcher of its own.
+    The service must be configured with END_ITEM, or with the like by another door.
+    """
+    watcher = Watcher()
+    try:
+        publish(topic, "x")
+        return [(event.kind, event.topic) for event in watcher.all_so_far()]
+    finally:
+        watcher.close()
 
 
 def declarations():

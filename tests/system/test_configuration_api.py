@@ -5,10 +5,10 @@ import subprocess
 from pathlib import Path
 
 import jsonschema
-from bridge import (ITEMS, Watcher, exit_statuses, publish, service_pid, set_device_topic_prefix,
-                    wait_for_end_of_service, wait_for_subscription)
+from bridge import (ITEMS, Watcher, events_of, exit_statuses, kill_service, service_pid,
+                    set_device_topic_prefix, wait_for_end_of_service, wait_for_subscription)
 from publishing import PUBLICATION, HeldEvent, MessageWatcher
-from waiting import DEADLINE_SECONDS, wait_until
+from waiting import DEADLINE_SECONDS
 
 SCHEMA = Path(__file__).parents[2] / "docs" / "configuration-api.schema.json"
 DOCUMENTS = json.loads(SCHEMA.read_text(encoding="utf-8"))
@@ -54,21 +54,6 @@ def failed(operation, *path, **members):
 
 def export():
     return done("get", options={"omitReadOnly": True})
-
-
-def events_of(topic):
-    """What events a message on a topic becomes, with a new watcher."""
-    watcher = Watcher()
-    try:
-        publish(topic, "x")
-        return [(event.kind, event.topic) for event in watcher.all_so_far()]
-    finally:
-        watcher.close()
-
-
-def kill_service():
-    subprocess.run(["kill", "-KILL", str(service_pid())], check=True)
-    wait_until(lambda: service_pid() is None, "the service is gone")
 
 
 def test_a_fresh_service_has_the_documented_document():

@@ -6,10 +6,11 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 import pytest
-from bridge import (ITEMS, Watcher, exit_statuses, publish, service_pid, set_device_topic_prefix,
-                    wait_for_end_of_service, wait_for_log, wait_for_subscription)
+from bridge import (ITEMS, Watcher, events_of, exit_statuses, kill_service,
+                    set_device_topic_prefix, wait_for_end_of_service, wait_for_log,
+                    wait_for_subscription)
 from publishing import PUBLICATION, MessageWatcher, send_event
-from waiting import DEADLINE_SECONDS, wait_until
+from waiting import DEADLINE_SECONDS
 
 SHIPPED = Path(__file__).parents[2] / "data" / "com.norq.Tovrel1.xml"
 BUS_NAME = "com.norq.Tovrel1"
@@ -56,23 +57,6 @@ def declared(root):
         for method in interface.iter("method")}
 
 
-def kill_service():
-    """Ends the service as a crash would, and waits until it is gone."""
-    pid = service_pid()
-    subprocess.run(["kill", "-KILL", str(pid)], check=True)
-    wait_until(lambda: service_pid() is None, "the service is gone")
-
-
-def arrived(topic):
-    """What the events were whose messages came on a topic, with a new watcher."""
-    watcher = Watcher()
-    try:
-        publish(topic, "x")
-        return [(event.kind, event.topic) for event in watcher.all_so_far()]
-    finally:
-        watcher.close()
-
-
 @pytest.fixture(name="listener")
 def stock_subscriber():
     """A mosquitto_sub for everything, ready."""
@@ -93,11 +77,11 @@ def test_the_running_object_is_the_one_that_is_documented():
 def test_items_take_effect_at_once_and_replace_the_former_ones():
     assert set_items(("a/b", "false", 1, "true"), END) == "i 0"
     wait_for_subscription(Watcher.END_TOPIC)
-    assert arrived("a/b") == [("Stateful", "a/b")]
+    assert events_of("a/b") == [("Stateful", "a/b")]
     assert set_items(("c/+", "false", 0, "false"), END) == "i 0"
     wait_for_subscription("c/+")
-    assert arrived("a/b") == []
-    assert arrived("c/d") == [("Stateless", "c/d")]
+    assert events_of("a/b") == []
+    assert events_of("c/d") == [("Stateless", "c/d")]
 
 
 def test_items_are_listed_as_they_were_set_in_the_order_of_ids_as_texts():
@@ -115,7 +99,7 @@ def test_items_survive_a_crash():
     assert busctl("GetMQTTToEventConfig").startswith('a(sbib) 2 "a/b" false 0 false')
     assert ITEMS.read_bytes() == kept
     wait_for_subscription(Watcher.END_TOPIC, 1)
-    assert arrived("a/b") == [("Stateless", "a/b")]
+    assert events_of("a/b") == [("Stateless", "a/b")]
 
 
 @pytest.mark.parametrize("topic, stateful, log", [
@@ -201,5 +185,5 @@ def test_the_service_ends_when_its_configuration_is_emptied_and_comes_back_when_
     assert wait_for_end_of_service() == 0
     assert set_items(("a/b", "false", 0, "false"), END) == "i 0"
     wait_for_subscription("a/b", 1)
-    assert arrived("a/b") == [("Stateless", "a/b")]
+    assert events_of("a/b") == [("Stateless", "a/b")]
     assert len(exit_statuses()) == 1
