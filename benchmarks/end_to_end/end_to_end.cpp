@@ -10,6 +10,7 @@
  * Exit status: 0; 1 when a message of a sustained load or of a burst of 1000 events was lost, or
  * the measurement failed.
  */
+#include "environment.h"
 #include "measurement.h"
 #include "services.h"
 
@@ -19,10 +20,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <fstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -142,21 +141,13 @@ Options readOptions(int argc, char **argv)
     return options;
 }
 
-std::string loadAverage()
-{
-    std::string average;
-    std::ifstream("/proc/loadavg") >> average;
-    return average;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     try {
         const Options options = readOptions(argc, argv);
-        std::printf("%u processors, load average at the start %s\n",
-                    std::thread::hardware_concurrency(), loadAverage().c_str());
+        std::printf("%s\n", benchmarks::machineLine().c_str());
         const Services services;
         const Sample sample = takeSample(services, 0);
         std::printf("payload of %zu bytes, for instance %s\n\n", std::strlen(sample.payload.data()),

@@ -1,54 +1,26 @@
 #include "services.h"
 
+#include "environment.h"
 #include "platform/mqtt/broker.h"
 #include "process.h"
 #include "roads.h"
 #include "support/wait_until.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
 namespace end_to_end {
 namespace {
 
+using benchmarks::fromSandbox;
+using benchmarks::writeFile;
 using test_support::ChildProcess;
 using test_support::waitUntil;
-
-std::string fromSandbox(const char *name)
-{
-    const char *value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): there is one thread
-    if (value == nullptr) {
-        throw std::runtime_error("run this inside scripts/sandbox --no-service");
-    }
-    return value;
-}
-
-pid_t eventServiceOfSandbox()
-{
-    std::ifstream file(fromSandbox("SANDBOX_DIR") + "/eventd.pid");
-    pid_t process = 0;
-    if (!(file >> process)) {
-        throw std::runtime_error("the event service does not run");
-    }
-    return process;
-}
-
-void write(const std::string &path, const std::string &text)
-{
-    std::ofstream file(path);
-    file << text;
-    file.close();
-    if (!file) {
-        throw std::runtime_error("cannot write " + path);
-    }
-}
 
 } // namespace
 
 Services::Services(std::chrono::seconds keepalive)
-    : brokerPort(mqtt_test::freePort()), eventServiceId(eventServiceOfSandbox())
+    : brokerPort(mqtt_test::freePort()), eventServiceId(benchmarks::processOfSandbox("eventd"))
 {
     startBroker();
     startService(keepalive);
@@ -60,9 +32,9 @@ Services::Services(std::chrono::seconds keepalive)
 void Services::startBroker()
 {
     const std::string path = fromSandbox("SANDBOX_DIR") + "/benchmark-broker.conf";
-    write(path, "listener " + std::to_string(brokerPort) +
-                    " 127.0.0.1\nuser root\nallow_anonymous true\nlog_type none\n"
-                    "max_queued_messages 0\nmax_queued_bytes 0\n");
+    writeFile(path, "listener " + std::to_string(brokerPort) +
+                        " 127.0.0.1\nuser root\nallow_anonymous true\nlog_type none\n"
+                        "max_queued_messages 0\nmax_queued_bytes 0\n");
     brokerProcess =
         std::make_unique<ChildProcess>(std::vector<std::string>{"/usr/sbin/mosquitto", "-c", path});
     if (!waitUntil([this] { return mqtt_test::isListening(brokerPort); })) {
@@ -72,8 +44,9 @@ void Services::startBroker()
 
 void Services::startService(std::chrono::seconds keepalive)
 {
-    write("/etc/norq/mqtt.conf", "[broker]\nhost=127.0.0.1\nport=" + std::to_string(brokerPort) +
-                                     "\nkeepalive=" + std::to_string(keepalive.count()) + "\n");
+    writeFile("/etc/norq/mqtt.conf",
+              "[broker]\nhost=127.0.0.1\nport=" + std::to_string(brokerPort) +
+                  "\nkeepalive=" + std::to_string(keepalive.count()) + "\n");
     std::string filters = "[common]\ntopicPrefixSetting=custom\ncustomTopicPrefix=benchmark\n"
                           "appendEventTopic=true\nincludeTopicNamespaces=false\n"
                           "includeSerialNumberInPayload=false\n";
@@ -82,7 +55,7 @@ void Services::startService(std::chrono::seconds keepalive)
         filters.append("\n[").append(number).append("]\ntopicFilter=").append(eventFilter(qos));
         filters.append("\nqos=").append(number).append("\nretain=none\n");
     }
-    write("/etc/tovrel/event_to_mqtt_v2.conf", filters);
+    writeFile("/etc/tovrel/event_to_mqtt_v2.conf", filters);
     serviceProcess =
         std::make_unique<ChildProcess>(std::vector<std::string>{fromSandbox("SANDBOX_TOVREL")});
 }

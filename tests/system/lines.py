@@ -10,9 +10,9 @@ from waiting import DEADLINE_SECONDS
 class ProcessLines:
     """Runs a command until it is closed; each line that it writes is there to be taken once."""
 
-    def __init__(self, *command):
-        self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        text=True)
+    def __init__(self, *command, stdin=None, **options):
+        self.process = subprocess.Popen(command, stdin=stdin, stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, text=True, **options)
         self.lines = queue.Queue()
         self.reader = threading.Thread(target=self._read)
         self.reader.start()
@@ -36,5 +36,7 @@ class ProcessLines:
         self.process.kill()
         self.process.wait(timeout=DEADLINE_SECONDS)
         self.reader.join()
+        if self.process.stdin:
+            self.process.stdin.close()
         self.process.stdout.close()
         self.process.stderr.close()

@@ -1,5 +1,6 @@
 #include "platform/mqtt/fixture.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace mqtt_test {
@@ -77,9 +78,9 @@ TEST_F(MqttConnectionTest, ForgetsAtTheBrokerWhatWasUnsubscribedWhileItWasAway)
     client.received.clear();
     broker.publish({"-t", "a", "-m", "nobody wants this", "-q", "1"});
     EXPECT_TRUE(hears(broker, client, "b"));
-    for (const Received &message : client.received) {
-        EXPECT_EQ(message.topic, "b");
-    }
+    // Not "nothing of a": the broker may end before it has read the acknowledgement of what came
+    // earlier, and then sends that again.
+    EXPECT_EQ(std::ranges::count(client.received, "nobody wants this", &Received::payload), 0);
 }
 
 TEST_F(MqttConnectionTest, UsesUserAndPassword)
