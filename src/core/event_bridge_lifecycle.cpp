@@ -34,6 +34,13 @@ gboolean terminationTask(gpointer data)
     });
 }
 
+/** GLib takes the removal of a source that has run already for a mistake, and says so in the log.
+ */
+bool removeSource(guint id)
+{
+    return g_main_context_find_source_by_id(nullptr, id) != nullptr && g_source_remove(id) != FALSE;
+}
+
 } // namespace
 
 EventBridge::EventBridge() : mainLoop(g_main_loop_new(nullptr, FALSE)) {}
@@ -92,7 +99,7 @@ void EventBridge::updateTerminationTask()
     if (terminationSourceId == 0) {
         return;
     }
-    if (g_source_remove(terminationSourceId) == FALSE) {
+    if (!removeSource(terminationSourceId)) {
         tovrel_log(LOG_LEVEL_WARN, "%sCould not remove termination task", LOG_PREFIX);
         return;
     }

@@ -3,6 +3,7 @@
 #include "fakes/call_record.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 
 namespace tovrel::test {
@@ -60,6 +61,7 @@ guint __wrap_g_timeout_add_seconds(guint seconds, GSourceFunc function, gpointer
 guint __wrap_g_idle_add(GSourceFunc function, gpointer data);
 guint __wrap_g_unix_signal_add(gint number, GSourceFunc function, gpointer data);
 gboolean __wrap_g_source_remove(guint id);
+GSource *__wrap_g_main_context_find_source_by_id(GMainContext *context, guint id);
 void __wrap_g_main_loop_run(GMainLoop *loop);
 void __wrap_g_main_loop_quit(GMainLoop *loop);
 
@@ -95,6 +97,17 @@ gboolean __wrap_g_source_remove(guint id)
         }
     }
     return FALSE;
+}
+
+GSource *__wrap_g_main_context_find_source_by_id(GMainContext * /*context*/, guint id)
+{
+    static std::byte something;
+    const auto &sources = FakeGlibSources::instance().sources;
+    const bool isThere = std::any_of(sources.begin(), sources.end(), [id](const auto &source) {
+        return source.id == id && source.attached;
+    });
+    // Nothing but whether there is one can be told of it.
+    return isThere ? reinterpret_cast<GSource *>(&something) : nullptr;
 }
 
 void __wrap_g_main_loop_run(GMainLoop *loop)

@@ -94,6 +94,15 @@ def wait_for_log(text):
     wait_until(lambda: text in log_of("tovrel"), f"the service logs '{text}'")
 
 
+def assert_order(text, *parts):
+    """Each part stands in the text, behind the one before."""
+    position = 0
+    for part in parts:
+        found = text.find(part, position)
+        assert found >= 0, f"'{part}' is missing or too early in:\n{text}"
+        position = found + len(part)
+
+
 # the broker
 
 def times_subscribed(topic_filter):

@@ -7,7 +7,7 @@ from relay import Relay
 
 # What no service may have said in any test, whatever else it was about.
 DEFECTS = ("AddressSanitizer", "LeakSanitizer", "ThreadSanitizer", "runtime error:", "CRITICAL",
-           "double free", "terminate called")
+           "err: GLib", "double free", "terminate called")
 
 
 @pytest.fixture(name="events")

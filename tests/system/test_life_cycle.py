@@ -6,21 +6,12 @@ import subprocess
 import time
 from pathlib import Path
 
-from bridge import (DEADLINE_SECONDS, Watcher, call_service, configure, control, exit_statuses,
+from bridge import (DEADLINE_SECONDS, Watcher, assert_order, call_service, configure, control, exit_statuses,
                     item, log_of, publish, service_pid, start_with, wait_for_end_of_service)
 from waiting import wait_until
 
 END = Watcher.END_ITEM
 IDLE_LIMIT_SECONDS = 5
-
-
-def assert_order(text, *parts):
-    """Each part stands in the text, behind the one before."""
-    position = 0
-    for part in parts:
-        found = text.find(part, position)
-        assert found >= 0, f"'{part}' is missing or too early in:\n{text}"
-        position = found + len(part)
 
 
 def run_another_service():

@@ -157,6 +157,7 @@ TEST_F(BridgeLifecycle, TakesATerminationThatHasFiredForPendingStill)
         addSubscription();
         bridge->updateTerminationTask();
         EXPECT_THAT(log.take(), ElementsAre(LogLine{16, "Could not remove termination task"}));
+        EXPECT_THAT(recordedCalls({"g_source_remove"}), IsEmpty()) << "what is not there";
     });
 }
 
