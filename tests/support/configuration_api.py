@@ -4,6 +4,7 @@ What a schema cannot say is said here: the rules of JSON texts, and which part o
 which request.
 """
 
+import functools
 import json
 import math
 import re
@@ -279,6 +280,7 @@ class DocumentedError:
         return error["code"] == self.code and self.pattern.fullmatch(error["message"])
 
 
+@functools.cache
 def documented_errors():
     return [DocumentedError(*row)
             for row in DocumentedError.ROW.findall(PAGE.read_text(encoding="utf-8"))]
@@ -289,3 +291,18 @@ def check_documented(answer):
     error = json.loads(answer).get("error")
     if error is not None and not any(each.covers(error) for each in documented_errors()):
         raise WrongForm(f"the page does not have the error {error}")
+
+
+@functools.cache
+def form_of_all():
+    return Form()
+
+
+def checked_answer(request, answer):
+    """
+    The document that the service's answer to a request is; both are texts. Raises WrongForm unless
+    the answer is one that the page and the schemas allow.
+    """
+    form_of_all().check(request, answer)
+    check_documented(answer)
+    return json.loads(answer)

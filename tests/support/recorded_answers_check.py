@@ -1,16 +1,23 @@
 #!/usr/bin/python3
-"""Checks the form of every answer that test programs have recorded, and of the requests.
+"""Checks all answers that test programs have recorded, and the requests that they answer.
 
-Usage: recorded_answers_check.py LEAST PROGRAM...
+Usage: recorded_answers_check.py PROGRAM LEAST [PROGRAM LEAST...]
 
-The record of a program is the folder PROGRAM.answers, one file a test (answer_record.cpp). LEAST is
-how many answers there have to be in all, so that a record that is not kept any more is noticed.
+The record of a PROGRAM is the folder PROGRAM.answers, one file a test (answer_record.cpp). LEAST is
+how many answers there have to be, so that a record that is not kept any more is noticed. The first
+program is the one in which the service's own handlers answer.
+
+Requests and answers have to be as the page and its schemas define them. What is more, every error of
+the service's own handlers has to be in a table of the page, and every error in a table has to have
+been answered, here or in an example of the page, which other tests execute.
 """
 
+import json
 import sys
 from pathlib import Path
 
-from configuration_api import Form, WrongForm, check_that_wrong_ones_are_refused
+from configuration_api import (PAGE, Form, WrongForm, check_documented,
+                               check_that_wrong_ones_are_refused, documented_errors, examples_in)
 
 
 def exchanges_in(record):
@@ -31,28 +38,46 @@ def records_of(program):
             yield record
 
 
-def check(form, record):
-    count = 0
-    for request, answer in exchanges_in(record):
-        try:
-            form.check(request, answer)
-        except WrongForm as finding:
-            sys.exit(f"{record}: {finding}")
-        count += 1
-    return count
+def answers_of(program, form):
+    """All answers in a program's records, each of which fits its request."""
+    answers = []
+    for record in records_of(program):
+        for request, answer in exchanges_in(record):
+            try:
+                form.check(request, answer)
+            except WrongForm as finding:
+                raise WrongForm(f"{record.name}: {finding}") from finding
+            answers.append(answer)
+    return answers
+
+
+def check_documented_errors(answers):
+    """Raises WrongForm when the page has an error that is in none of the answers."""
+    errors = [document["error"] for document in map(json.loads, answers) if "error" in document]
+    unseen = sorted({f"{each.code} {each.message}" for each in documented_errors()
+                     if not any(map(each.covers, errors))})
+    if unseen:
+        raise WrongForm("\n".join(["the page has errors that no test gets:", *unseen]))
 
 
 def main():
-    least, *programs = sys.argv[1:]
+    programs = {Path(program): int(least) for program, least in zip(sys.argv[1::2], sys.argv[2::2])}
     form = Form()
     check_that_wrong_ones_are_refused(form)
-    counts = {program: sum(check(form, record) for record in records_of(Path(program)))
-              for program in programs}
-    for program, count in counts.items():
-        print(f"{count} answers of {Path(program).name} have the form that the schemas give them")
-    if sum(counts.values()) < int(least) or 0 in counts.values():
-        sys.exit(f"at least {least} answers have to be there, some of each program")
+    answers = {program: answers_of(program, form) for program in programs}
+    for program, least in programs.items():
+        print(f"{len(answers[program])} answers of {program.name}")
+        if len(answers[program]) < least:
+            raise WrongForm(f"at least {least} answers of {program.name} have to be there")
+    for answer in answers[next(iter(programs))]:
+        check_documented(answer)
+    check_documented_errors(sum(answers.values(), [])
+                            + [answer for api in ("greenhouse", "tovrel")
+                               for kind, _, answer in examples_in(PAGE, api) if kind == "json"])
 
 
 if __name__ == "__main__":
-    main()
+    try:
+        main()
+    except WrongForm as finding:
+        sys.exit(str(finding))

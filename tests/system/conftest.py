@@ -1,9 +1,15 @@
 """For all system tests: the watcher, and what holds at the end of each."""
 
+import sys
+from pathlib import Path
+
 import pytest
 from bridge import LOGS, Watcher, log_of
 from publishing import Published
 from relay import Relay
+
+# For what tests of all kinds share.
+sys.path.append(str(Path(__file__).parents[1] / "support"))
 
 # What no service may have said in any test, whatever else it was about.
 DEFECTS = ("AddressSanitizer", "LeakSanitizer", "ThreadSanitizer", "runtime error:", "CRITICAL",

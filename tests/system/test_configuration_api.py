@@ -2,40 +2,34 @@
 
 import json
 import subprocess
-from pathlib import Path
 
-import jsonschema
 from bridge import (ITEMS, Watcher, events_of, exit_statuses, kill_service, service_pid,
                     set_device_topic_prefix, wait_for_end_of_service, wait_for_subscription)
+from configuration_api import checked_answer
 from publishing import PUBLICATION, HeldEvent, MessageWatcher
 from waiting import DEADLINE_SECONDS
 
-SCHEMA = Path(__file__).parents[2] / "docs" / "configuration-api.schema.json"
-DOCUMENTS = json.loads(SCHEMA.read_text(encoding="utf-8"))
 END = {"topicFilter": Watcher.END_TOPIC}
 
 
-def validator(definition):
-    return jsonschema.Draft7Validator(
-        {"$ref": f"#/definitions/{definition}", "definitions": DOCUMENTS["definitions"]})
-
-
-def answer_to(text):
-    """The answer to a request text, checked against the schema of answers."""
+def answer_text_to(text):
+    """The answer to a request text as it stands."""
     told = subprocess.run(
         ["busctl", "--system", "--json=short", "call", "com.norq.Tovrel1", "/com/norq/Tovrel1",
          "com.norq.Mirel.Backend1", "HandleRequest", "s", text],
         check=True, stdout=subprocess.PIPE, timeout=2 * DEADLINE_SECONDS).stdout
-    answer = json.loads(json.loads(told)["data"][0])
-    validator("answer").validate(answer)
-    return answer
+    return json.loads(told)["data"][0]
+
+
+def answer_to(text):
+    """The answer to a request text, checked together with it."""
+    return checked_answer(text, answer_text_to(text))
 
 
 def request(operation, *path, **members):
-    """The answer to a request, which is checked against the schema, too."""
-    document = {"api": "tovrel", "version": 2, "operation": operation, "path": list(path)} | members
-    validator("request").validate(document)
-    return answer_to(json.dumps(document))
+    """The answer to a request of tovrel's own API."""
+    return answer_to(json.dumps(
+        {"api": "tovrel", "version": 2, "operation": operation, "path": list(path)} | members))
 
 
 def done(operation, *path, **members):
