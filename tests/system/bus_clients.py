@@ -6,6 +6,7 @@ import subprocess
 from pathlib import Path
 
 from lines import ProcessLines
+from waiting import DEADLINE_SECONDS
 
 PROGRAMS = Path(os.environ.get("SANDBOX_BUILD_DIR", "/nonexistent")) / "tests/system/clients"
 
@@ -22,9 +23,8 @@ class ConfigurationClient:
     are lines "ok ..." and "error ...".
     """
 
-    def __init__(self, **options):
-        self.lines = ProcessLines(PROGRAMS / "configuration_client", stdin=subprocess.PIPE,
-                                  **options)
+    def __init__(self, program=PROGRAMS / "configuration_client", **options):
+        self.lines = ProcessLines(program, stdin=subprocess.PIPE, **options)
 
     def send(self, *calls):
         """Hands calls over without waiting for their replies."""
@@ -62,6 +62,9 @@ class ConfigurationClient:
         return answer["error"]["code"], answer["error"]["message"]
 
     def close(self):
+        # It ends by itself: a test that runs it as another user may not be allowed to kill it.
+        self.lines.process.stdin.close()
+        self.lines.process.wait(timeout=DEADLINE_SECONDS)
         self.lines.close()
 
 
