@@ -68,14 +68,15 @@ std::size_t checkStatus(sd_bus_message *answer)
     return sizeof status;
 }
 
-/** Counts the structs of an array, each of which begins with a text. */
+/** Counts the structs or pairs of an array, each of which begins with a text. */
 std::size_t checkArray(sd_bus_message *answer, const char *fields, int count)
 {
     checked(sd_bus_message_enter_container(answer, 'a', fields), "enter");
     const std::string inner = std::string(fields).substr(1, std::string_view(fields).size() - 2);
+    const char kind = *fields == '(' ? 'r' : 'e';
     std::size_t bytes = 0;
     int seen = 0;
-    while (checked(sd_bus_message_enter_container(answer, 'r', inner.c_str()), "enter") > 0) {
+    while (checked(sd_bus_message_enter_container(answer, kind, inner.c_str()), "enter") > 0) {
         const char *text = nullptr;
         checked(sd_bus_message_read(answer, "s", &text), "read");
         checked(sd_bus_message_skip(answer, inner.c_str() + 1), "skip");
@@ -145,6 +146,22 @@ Operation setFilters(int count)
     return {"SetEventToMQTTConfig", make, checkStatus, bytesOfItems(count), true};
 }
 
+/** What the service asks the platform for an export, asked by the client itself. */
+Operation defaultStatus()
+{
+    constexpr const char *NAME = "com.norq.MQTTMessagingService1";
+    const auto make = [](sd_bus *bus, int) {
+        BusMessage message;
+        checked(sd_bus_message_new_method_call(bus, tovrel::OutParameter(message), NAME,
+                                               "/com/norq/MQTTMessagingService1", NAME,
+                                               "GetDefaultStatus"),
+                "GetDefaultStatus");
+        return message;
+    };
+    return {"  GetDefaultStatus alone", make,
+            [](sd_bus_message *answer) { return checkArray(answer, "{ss}", 12); }};
+}
+
 std::string setProperty(const std::string &path, const std::string &property,
                         const std::string &value)
 {
@@ -201,6 +218,7 @@ std::vector<Operation> allOperations(int count)
         operations.push_back(std::move(operation));
     }
     operations.push_back(apiRequest("export", exportRequest()));
+    operations.push_back(defaultStatus());
     operations.push_back(importing("import", count, true, Items::CONCRETE));
     operations.push_back(getItems(count));
     operations.push_back(setItems(count));

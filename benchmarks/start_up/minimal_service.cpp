@@ -4,7 +4,8 @@
  *
  * usage: minimal_service NUMBER
  *
- * NUMBER is how many events it declares, as the service does for each of its items.
+ * NUMBER is how many events it declares, as the service does for each of its items, and how many
+ * events it subscribes meanwhile on another thread, as the service does for each of its filters.
  */
 #include "bus.h"
 #include "configuration/documents.h"
@@ -17,11 +18,14 @@
 #include <norq/log.h>
 #include <norq/mqtt_messaging.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -49,20 +53,47 @@ void askForSerialNumber(sd_bus *bus)
                         "SerialNumber");
 }
 
-void subscribeStatus(event_consumer_t *consumer)
+using Expression = CHandle<subscribe_expression_t, subscribe_expression_free>;
+/** The namespace and the name of each level of an event's topic. */
+using Topic = std::vector<std::pair<const char *, std::string>>;
+
+void subscribe(event_consumer_t *consumer, const Topic &topic)
 {
-    const CHandle<subscribe_expression_t, subscribe_expression_free> expression(
-        subscribe_expression_new());
-    subscribe_expression_add_key_value(expression.get(), "topic0", "Device");
-    subscribe_expression_add_key_value(expression.get(), "topic1", "MQTT");
-    subscribe_expression_add_key_value(expression.get(), "topic2", "ClientStatus");
-    require(event_consumer_subscribe(
-                consumer, expression.get(), [](event_t *event, void *) { event_free(event); },
-                nullptr) >= 0,
+    const Expression expression(subscribe_expression_new());
+    std::string key = "topic0";
+    for (const auto &[nameSpace, name] : topic) {
+        subscribe_expression_add_key_value(expression.get(), key.c_str(), name.c_str());
+        if (nameSpace != nullptr) {
+            subscribe_expression_set_name_space(expression.get(), key.c_str(), nameSpace);
+        }
+        ++key.back();
+    }
+    const auto ignore = [](event_t *event, void *) { event_free(event); };
+    require(event_consumer_subscribe(consumer, expression.get(), ignore, nullptr) >= 0,
             "cannot subscribe");
 }
 
-void run(int declarations)
+void subscribeFilters(event_consumer_t *consumer, int count)
+{
+    for (int number = 0; number < count; ++number) {
+        subscribe(consumer, {{"tns1", "Device"},
+                             {"tnsnorq", "Sensor"},
+                             {"tnsnorq", "Room" + std::to_string(number)}});
+    }
+}
+
+void declareItems(event_producer_t *producer, int count)
+{
+    for (int number = 0; number < count; ++number) {
+        const auto declaration =
+            tovrel::makeStatelessDeclaration(configuration::itemTopicFilter(number), false);
+        require(event_producer_declare(producer, declaration.get()) >= 0, "cannot declare");
+    }
+    const auto generic = tovrel::makeGenericStatelessDeclaration();
+    require(event_producer_declare(producer, generic.get()) >= 0, "cannot declare");
+}
+
+void run(int count)
 {
     nq_log_syslog("minimal");
     const benchmarks::Bus bus = benchmarks::openBus();
@@ -73,18 +104,13 @@ void run(int declarations)
     const CHandle<MQTTMsg_t, MQTTMsg_delete> client(MQTTMsg_new2(ignoreMessage, nullptr));
     require(MQTTMsg_init(client.get(), 0) == MQTTMSG_OK, "cannot initialise the MQTT client");
     askForSerialNumber(bus.get());
-    subscribeStatus(consumer.get());
+    subscribe(consumer.get(), {{nullptr, "Device"}, {nullptr, "MQTT"}, {nullptr, "ClientStatus"}});
+    const std::jthread subscribing([&] { subscribeFilters(consumer.get(), count); });
     for (const char *file :
          {"/etc/tovrel/event_to_mqtt_v2.conf", "/etc/tovrel/subscriptions_v2.conf"}) {
         confutils_sweep_temporary_files(file);
     }
-    for (int number = 0; number < declarations; ++number) {
-        const auto declaration =
-            tovrel::makeStatelessDeclaration(configuration::itemTopicFilter(number), false);
-        require(event_producer_declare(producer.get(), declaration.get()) >= 0, "cannot declare");
-    }
-    const auto generic = tovrel::makeGenericStatelessDeclaration();
-    require(event_producer_declare(producer.get(), generic.get()) >= 0, "cannot declare");
+    declareItems(producer.get(), count);
     benchmarks::serve(bus.get());
 }
 

@@ -11,6 +11,7 @@
 #include "bus.h"
 #include "configuration/operations.h"
 #include "configuration/service.h"
+#include "end_to_end/process.h"
 #include "environment.h"
 #include "support/child_process.h"
 #include "support/wait_until.h"
@@ -44,6 +45,7 @@ constexpr std::chrono::seconds LONGEST_START{20};
 struct Start {
     double named = 0;
     double answered = 0;
+    double cpu = 0; // of the program until then, all threads together
 };
 
 /** Learns from the bus that a name has got an owner. */
@@ -104,21 +106,24 @@ Start startOnce(sd_bus *bus, const char *name, const std::vector<std::string> &c
     const auto named = watch.wait();
     benchmarks::call(bus, benchmarks::newPing(bus, name).get());
     const auto answered = Clock::now();
+    const double cpu = end_to_end::cpuSeconds(program.pid()) * 1000;
     const auto since = [begin](Clock::time_point time) {
         return std::chrono::duration<double, std::milli>(time - begin).count();
     };
-    return {since(named), since(answered)};
+    return {since(named), since(answered), cpu};
 }
 
 /** Many starts of both programs, in turns. */
 struct Starts {
     std::vector<double> named;
     std::vector<double> answered;
+    std::vector<double> cpu;
 
     void add(const Start &start)
     {
         named.push_back(start.named);
         answered.push_back(start.answered);
+        cpu.push_back(start.cpu);
     }
 };
 
@@ -153,19 +158,20 @@ double printRow(const char *what, const std::vector<double> &service,
 }
 
 /** Compares starts with what /etc/tovrel holds. Gives what the service takes more. */
-double compare(sd_bus *bus, const std::string &title, int declarations, int rounds)
+double compare(sd_bus *bus, const std::string &title, int items, int rounds)
 {
     Starts service;
     Starts minimal;
     for (int round = 0; round < rounds; ++round) {
         service.add(
             startOnce(bus, benchmarks::SERVICE_NAME, {benchmarks::fromSandbox("SANDBOX_TOVREL")}));
-        minimal.add(startOnce(bus, benchmarks::OWN_NAME,
-                              {MINIMAL_SERVICE_PATH, std::to_string(declarations)}));
+        minimal.add(
+            startOnce(bus, benchmarks::OWN_NAME, {MINIMAL_SERVICE_PATH, std::to_string(items)}));
     }
     std::printf("  %s\n", title.c_str());
     const double named = printRow("name owned", service.named, minimal.named);
     const double answered = printRow("first call answered", service.answered, minimal.answered);
+    printRow("CPU time until then", service.cpu, minimal.cpu);
     return std::max(named, answered);
 }
 
