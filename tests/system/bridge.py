@@ -60,6 +60,12 @@ def control(*words):
     subprocess.run(["sandbox-service", *words], check=True, timeout=2 * DEADLINE_SECONDS)
 
 
+def signal_neighbour(name, number):
+    """Sends a signal to "bus", "broker", "eventd" or "deviced"."""
+    pid = Path(os.environ["SANDBOX_DIR"], f"{name}.pid").read_text(encoding="ascii")
+    os.kill(int(pid), number)
+
+
 def service_pid():
     """The process id of the running service, or None."""
     status = subprocess.run(["sandbox-service", "status"], check=True, stdout=subprocess.PIPE,

@@ -32,9 +32,9 @@ class ConfigurationClient:
         stdin.write("".join(f"{call}\n" for call in calls))
         stdin.flush()
 
-    def reply(self):
+    def reply(self, seconds=DEADLINE_SECONDS):
         """The reply that comes next; fails the test when none comes in time."""
-        return self.lines.next("a reply").rstrip("\n")
+        return self.lines.next("a reply", seconds).rstrip("\n")
 
     def call(self, line):
         self.send(line)

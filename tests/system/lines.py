@@ -22,10 +22,10 @@ class ProcessLines:
             self.lines.put(line)
         self.lines.put(None)
 
-    def next(self, what):
+    def next(self, what, seconds=DEADLINE_SECONDS):
         """The next line; fails the test when none comes in time, or none can come any more."""
         try:
-            line = self.lines.get(timeout=DEADLINE_SECONDS)
+            line = self.lines.get(timeout=seconds)
         except queue.Empty:
             raise AssertionError(f"{what} did not come in time") from None
         assert line is not None, f"{what} cannot come: {self.process.args[0]} has ended"

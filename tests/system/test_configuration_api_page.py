@@ -1,15 +1,17 @@
-"""docs/configuration-api.md is a tutorial: on a fresh service, each of its examples is true."""
+"""What docs/configuration-api.md says of tovrel's own document, tried on the running service."""
 
+import resource
 import subprocess
 
-from bridge import set_device_topic_prefix
+from bridge import ITEMS, kill_service, service_pid, set_device_topic_prefix
 from configuration_api import PAGE, checked_answer, examples_in
-from test_configuration_api import answer_text_to
+from test_configuration_api import answer_text_to, done, export, failed
 from waiting import DEADLINE_SECONDS
+
+REPLACE = {"importType": "replace"}
 
 
 def printed_by(commands):
-    """What a shell prints for the last of its commands, the ones before it being definitions."""
     return subprocess.run(["bash", "-euo", "pipefail", "-c", commands], check=True, text=True,
                           stdout=subprocess.PIPE, timeout=2 * DEADLINE_SECONDS).stdout
 
@@ -26,6 +28,88 @@ def test_every_example_is_true_word_for_word():
             checked_answer(request, answer)
         elif told:
             assert printed_by(definitions + request) == told, request
-        else:
+        else:  # a command that prints nothing defines what later ones call
             definitions += request + "\n"
     assert executed["json"] >= 40 and executed["console"] >= 5
+
+
+def add(*path, topic_filter):
+    """The id and topic filter of the answer."""
+    item = done("add", *path, data={"topicFilter": topic_filter})
+    return item["id"], item["topicFilter"]
+
+
+def test_after_a_restart_what_is_added_may_be_dropped_and_the_answer_tells():
+    filters = "publication", "eventFilter"
+    assert add("subscription", topic_filter="a") == ("0", "a")
+    assert add(*filters, topic_filter="onvif:A") == ("0", "onvif:A")
+    before = export()
+    kill_service()
+    assert add("subscription", topic_filter="b") == ("0", "a")
+    assert add(*filters, topic_filter="onvif:B") == ("0", "onvif:A")
+    assert export() == before
+    assert add("subscription", topic_filter="b") == ("1", "b")
+    assert add(*filters, topic_filter="onvif:B") == ("1", "onvif:B")
+
+
+def test_an_import_of_event_filters_does_not_take_their_ids():
+    done("import", data={"subscription": [{"id": "0", "topicFilter": "a"}],
+                         "publication": {"eventFilter": [{"id": "0", "topicFilter": "onvif:A"}]}})
+    assert add("subscription", topic_filter="b") == ("1", "b")
+    assert add("publication", "eventFilter", topic_filter="onvif:B") == ("0", "onvif:A")
+    assert add("publication", "eventFilter", topic_filter="onvif:B") == ("1", "onvif:B")
+
+
+def test_a_failed_replacing_import_is_forgotten_by_a_restart():
+    add("subscription", topic_filter="a")
+    before = export()
+    assert failed("import", data={"subscription": [{"id": "256"}]}, options=REPLACE) == (
+        0, "Cannot import MQTT to event config - internal error")
+    assert export()["subscription"] == []
+    kill_service()
+    assert export() == before
+
+
+def test_wrong_data_of_a_replacing_import_resets_nothing():
+    add("subscription", topic_filter="a")
+    before = export()
+    assert failed("import", data={"subscription": [{}]}, options=REPLACE)[0] == 5
+    assert failed("import", data={"publication": {"topicPrefix": ""}}, options=REPLACE)[0] == 5
+    assert export() == before
+
+
+def test_a_filter_whose_id_is_no_number_is_back_after_a_restart_when_removed():
+    path = "publication", "eventFilter", "x"
+    done("import", data={"publication": {"eventFilter": [{"id": "x"}]}})
+    assert failed("remove", *path) == (0, "Cannot remove item - internal error.")
+    assert failed("get", *path) == (2, "Cannot get item - it does not exist.")
+    kill_service()
+    assert done("get", *path)["id"] == "x"
+
+
+def without_files(pid):
+    """Lets a process open no file any more."""
+    _, most = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+    resource.prlimit(pid, resource.RLIMIT_NOFILE, (0, most))
+
+
+def test_a_change_that_cannot_be_saved_fails_but_for_settings_and_event_filters():
+    add("subscription", topic_filter="a")
+    saved = ITEMS.read_bytes()
+    without_files(service_pid())
+    assert failed("add", "subscription", data={"topicFilter": "b"}) == (
+        5, "Could not store configuration")
+    assert failed("remove", "subscription", "0") == (0, "Cannot remove item - internal error")
+    assert failed("import", data={}) == (
+        0, "Cannot use imported MQTT to event config - internal error")
+    assert [each["topicFilter"] for each in done("listKeys", "subscription")] == ["a"]
+    assert failed("set", "subscription", "0", data={"topicFilter": "c"}) == (
+        0, "Cannot get item - internal error")
+    assert done("get", "subscription", "0")["topicFilter"] == "c"
+    assert done("set", "publication", data={"topicPrefix": "none"}) is None
+    assert done("get", "publication")["topicPrefix"] == "none"
+    assert add("publication", "eventFilter", topic_filter="onvif:A") == ("0", "onvif:A")
+    kill_service()
+    assert ITEMS.read_bytes() == saved
+    assert done("get", "subscription", "0")["topicFilter"] == "a"
+    assert done("get", "publication")["topicPrefix"] == "default"

@@ -3,12 +3,12 @@ The broker goes away for a while during a stream of events: what waits is bounde
 are kept, and they are published in their order when it is back.
 """
 
-import os
 import signal
 from pathlib import Path
 
 import pytest
-from bridge import HOST, PORT, call_service, control, exit_statuses, log_of, service_pid
+from bridge import (HOST, PORT, call_service, control, exit_statuses, log_of, service_pid,
+                    signal_neighbour)
 from publishing import configure_publication, event_filter
 from service_state import has_address_sanitizer, memory, wait_until_idle
 from silent_network import SilentNetwork
@@ -64,17 +64,12 @@ def start_broker():
     control("start", "broker")
 
 
-def signal_broker(number):
-    pid = Path(os.environ["SANDBOX_DIR"], "broker.pid").read_text(encoding="ascii")
-    os.kill(int(pid), number)
-
-
 def freeze_broker():
-    signal_broker(signal.SIGSTOP)
+    signal_neighbour("broker", signal.SIGSTOP)
 
 
 def thaw_broker():
-    signal_broker(signal.SIGCONT)
+    signal_neighbour("broker", signal.SIGCONT)
 
 
 class Outage:

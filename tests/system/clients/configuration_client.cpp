@@ -18,6 +18,9 @@
 
 namespace {
 
+/** In microseconds. More than twice what the service itself waits for a neighbour. */
+constexpr std::uint64_t REPLY_LIMIT = 60'000'000;
+
 class Client {
 public:
     explicit Client(sd_event *eventLoop) : loop(eventLoop), bus(clients::openBus(eventLoop))
@@ -66,8 +69,8 @@ private:
     void send(const std::string &line)
     {
         const clients::Message call = clients::newCall(bus.get(), line);
-        clients::require(sd_bus_call_async(bus.get(), nullptr, call.get(), onReply, this, 0),
-                         "call");
+        clients::require(
+            sd_bus_call_async(bus.get(), nullptr, call.get(), onReply, this, REPLY_LIMIT), "call");
         ++unanswered;
     }
 
