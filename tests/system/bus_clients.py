@@ -5,6 +5,7 @@ import os
 import subprocess
 from pathlib import Path
 
+from configuration_api import checked_answer
 from lines import ProcessLines
 from waiting import DEADLINE_SECONDS
 
@@ -41,10 +42,10 @@ class ConfigurationClient:
         return self.reply()
 
     def answer(self, text):
-        """The answer to a request to the configuration API."""
+        """The answer to a request to the configuration API, checked together with it."""
         reply = self.call(f"HandleRequest {text}")
         assert reply.startswith("ok "), reply
-        return json.loads(reply[len("ok "):])
+        return checked_answer(text, reply[len("ok "):])
 
     def request(self, operation, *path, **members):
         return self.answer(request_text(operation, *path, **members))

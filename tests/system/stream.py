@@ -42,11 +42,12 @@ class GrowingLog:
 
 class Stream:
     """
-    Sends events with the numbers 1, 2, 3, ... at RATE a second while it runs. The number stands in
-    the topic of the message that an event becomes.
+    Sends events with the numbers 1, 2, 3, ... at a rate in events a second while it runs. The number
+    stands in the topic of the message that an event becomes.
     """
 
-    def __init__(self):
+    def __init__(self, rate=RATE):
+        self.rate = rate
         self.event = HeldEvent("--topic", TOPIC, "--tag", "number=onvif-source", "number:int",
                                f"filler={FILLER}")
         self.sent = 0
@@ -64,7 +65,7 @@ class Stream:
     def _feed(self):
         begin, before = time.monotonic(), self.sent
         while not self.stopping.wait(0.005):
-            due = before + int((time.monotonic() - begin) * RATE)
+            due = before + int((time.monotonic() - begin) * self.rate)
             # In small portions: whoever stops the stream is not to wait for all that is overdue.
             self._send(min(due, self.sent + 50))
 

@@ -13,6 +13,7 @@ import pytest
 from bridge import (ITEMS, Watcher, assert_order, call_service, exit_statuses, log_of, publish,
                     service_pid, wait_for_end_of_service, wait_for_subscription)
 from bus_clients import ConfigurationClient, PersistentClient, request_text
+from configuration_api import checked_answer
 from publishing import PUBLICATION
 from waiting import wait_until
 
@@ -30,12 +31,12 @@ SET_ITEMS = ("SetMQTTToEventConfig", "ok 0")
 SET_FILTERS = ("SetEventToMQTTConfig", "ok 0")
 
 
-def answered(wanted):
-    return "ok " + json.dumps({"data": wanted}, separators=(",", ":"))
-
-
 def request(wanted, *operation_and_path, **members):
-    return f"HandleRequest {request_text(*operation_and_path, **members)}", answered(wanted)
+    """A request and the reply to it, which holds this data."""
+    text = request_text(*operation_and_path, **members)
+    answer = json.dumps({"data": wanted}, separators=(",", ":"))
+    checked_answer(text, answer)
+    return f"HandleRequest {text}", f"ok {answer}"
 
 
 LIST_ITEMS = request([], "listKeys", "subscription")
