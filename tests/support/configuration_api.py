@@ -21,6 +21,9 @@ MALFORMED_REQUEST = 1
 REQUEST_TOO_LARGE = 10
 LONGEST_REQUEST = 1_048_576
 DEEPEST_NESTING = 2048
+# The bus carries them to nobody.
+NONCHARACTER = re.compile("[\ufdd0-\ufdef%s]" % "".join(
+    chr(plane * 0x10000 + last) for plane in range(17) for last in (0xFFFE, 0xFFFF)))
 # Python's reader takes a level of recursion for each level of a document.
 sys.setrecursionlimit(DEEPEST_NESTING + 1000)
 
@@ -68,6 +71,8 @@ def check_texts(document):
             value.encode()
             if "\0" in value:
                 raise ValueError("a NUL character")
+            if NONCHARACTER.search(value):
+                raise ValueError("a noncharacter")
         elif isinstance(value, (dict, list)):
             if level > DEEPEST_NESTING:
                 raise ValueError("nested too deeply")
@@ -215,6 +220,7 @@ WRONG_SUCCESSES = [
     '{"api":"x","version":1,"operation":"get","data":null}',
     '{"api":"x","version":1,"operation":"get","path":["\\u0000"]}',
     '{"api":"x","version":1,"operation":"set","data":"\\u0000"}',
+    '{"api":"x","version":1,"operation":"set","data":["\\ufffe"]}',
     '{"api":"x","version":1,"operation":"set","data":{"a":1,"a":1}}',
     '{"api":"x","version":1,"operation":"set","data":9223372036854775808}',
     '{"api":"x","version":1,"operation":"set","data":1e999}',
