@@ -1,6 +1,7 @@
 #include "device/mqtt_status_object.h"
 
 #include "device/declaration_list.h"
+#include "device/status_topic.h"
 #include "event/core/barrier.h"
 #include "event/core/bus_names.h"
 
@@ -21,6 +22,21 @@ constexpr std::size_t MOST_WAITING = 256;
 const char *textOf(bool value)
 {
     return value ? "true" : "false";
+}
+
+/** Only the declarations of the status: a device may have thousands of others. */
+int appendStatusConditions(sd_bus_message *question)
+{
+    int result = sd_bus_message_open_container(question, 'a', "(ss)");
+    for (const TopicLevel &level : STATUS_TOPIC) {
+        if (result >= 0) {
+            result = sd_bus_message_append(question, "(ss)", level.key, level.value);
+        }
+    }
+    if (result >= 0) {
+        result = sd_bus_message_close_container(question);
+    }
+    return result < 0 ? result : sd_bus_message_append(question, "a(ss)as", 0, 0);
 }
 
 /** The pairs of a reply; the first failure of the bus library is kept. */
@@ -104,7 +120,10 @@ int MqttStatusObject::askWhatIsHeld()
     event::BusMessage message;
     int result =
         sd_bus_message_new_method_call(bus, event::Out(message), event::BUS_NAME, event::BUS_PATH,
-                                       event::BUS_INTERFACE, "ListDeclarations");
+                                       event::BUS_INTERFACE, "ListMatching");
+    if (result >= 0) {
+        result = appendStatusConditions(message.get());
+    }
     if (result >= 0) {
         result = sd_bus_message_set_auto_start(message.get(), 0);
     }

@@ -158,11 +158,8 @@ Status readDeclare(sd_bus_message *message, std::uint32_t &id,
     return target.setProperty(property);
 }
 
-Status readSubscribe(sd_bus_message *message, std::uint32_t &id, Expression &expression)
+Status readExpression(sd_bus_message *message, Expression &expression)
 {
-    if (sd_bus_message_read(message, "u", &id) < 0) {
-        return unreadable();
-    }
     if (Status values = readPairs(message, expression, &Expression::addKeyValue); !values) {
         return values;
     }
@@ -173,6 +170,12 @@ Status readSubscribe(sd_bus_message *message, std::uint32_t &id, Expression &exp
         const char *key = nullptr;
         return readBasic(message, 's', key) ? expression.addAbsent(key) : unreadable();
     });
+}
+
+Status readSubscribe(sd_bus_message *message, std::uint32_t &id, Expression &expression)
+{
+    return sd_bus_message_read(message, "u", &id) < 0 ? unreadable()
+                                                      : readExpression(message, expression);
 }
 
 } // namespace norq::event

@@ -16,6 +16,9 @@ namespace norq::event {
 Status readDeclare(sd_bus_message *message, std::uint32_t &id,
                    std::optional<Declaration> &declaration);
 
+/** Reads the arguments of ListMatching. */
+Status readExpression(sd_bus_message *message, Expression &expression);
+
 /** Reads the arguments of Subscribe. */
 Status readSubscribe(sd_bus_message *message, std::uint32_t &id, Expression &expression);
 

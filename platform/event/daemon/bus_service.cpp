@@ -65,6 +65,9 @@ const sd_bus_vtable BusService::METHODS[] = { // NOLINT(modernize-avoid-c-arrays
                              SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("ListDeclarations", "", , "s", SD_BUS_PARAM(json), onListDeclarations,
                              SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES("ListMatching", "a(ss)a(ss)as",
+                             SD_BUS_PARAM(values) SD_BUS_PARAM(namespaces) SD_BUS_PARAM(absent),
+                             "s", SD_BUS_PARAM(json), onListMatching, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
 int BusService::attach(sd_bus *bus)
@@ -153,15 +156,29 @@ int BusService::onUnsubscribe(sd_bus_message *message, void *self, sd_bus_error 
     });
 }
 
+int BusService::replyWithList(sd_bus_message *message, const Expression &expression)
+{
+    const auto listing = listDeclarations(clients.registry().clients(), expression);
+    if (!listing) {
+        return reply(message, {Refusal::LIMIT, "the list is too long for one message"});
+    }
+    return sd_bus_reply_method_return(message, "s", listing->c_str());
+}
+
 int BusService::onListDeclarations(sd_bus_message *message, void *self, sd_bus_error * /*error*/)
 {
+    return withBarrier("Listing declarations", -ENOMEM,
+                       [&] { return static_cast<BusService *>(self)->replyWithList(message, {}); });
+}
+
+int BusService::onListMatching(sd_bus_message *message, void *self, sd_bus_error * /*error*/)
+{
     return withBarrier("Listing declarations", -ENOMEM, [&] {
-        ClientTable &table = static_cast<BusService *>(self)->clients;
-        const auto listing = listDeclarations(table.registry().clients());
-        if (!listing) {
-            return reply(message, {Refusal::LIMIT, "the list is too long for one message"});
+        Expression expression;
+        if (const Status read = readExpression(message, expression); !read) {
+            return reply(message, answerOf(read));
         }
-        return sd_bus_reply_method_return(message, "s", listing->c_str());
+        return static_cast<BusService *>(self)->replyWithList(message, expression);
     });
 }
 

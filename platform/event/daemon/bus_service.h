@@ -21,6 +21,9 @@ private:
     static int onSubscribe(sd_bus_message *message, void *self, sd_bus_error *error);
     static int onUnsubscribe(sd_bus_message *message, void *self, sd_bus_error *error);
     static int onListDeclarations(sd_bus_message *message, void *self, sd_bus_error *error);
+    static int onListMatching(sd_bus_message *message, void *self, sd_bus_error *error);
+
+    int replyWithList(sd_bus_message *message, const Expression &expression);
 
     template <typename Handler>
     static int withClient(sd_bus_message *message, void *self, Handler handler);

@@ -31,7 +31,7 @@ inline constexpr std::size_t WRITE_SIZE = 64 * KIB;
 inline constexpr std::size_t MAX_MATCHES = KIB * KIB;
 /** Texts of the declarations that a client keeps to understand its deliveries. */
 inline constexpr std::size_t MAX_SLOT_TEXTS = 4 * MIB;
-/** Longest answer of ListDeclarations. */
+/** Longest answer of ListDeclarations and ListMatching. */
 inline constexpr std::size_t MAX_LISTING = 16 * MIB;
 
 } // namespace norq::event

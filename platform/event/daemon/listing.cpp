@@ -1,6 +1,7 @@
 #include "event/daemon/listing.h"
 
 #include "event/daemon/limits.h"
+#include "event/daemon/match_table.h"
 
 #include <norq/event_producer.h>
 
@@ -128,11 +129,15 @@ int appendTo(const char *buffer, std::size_t size, void *target)
 
 } // namespace
 
-std::optional<std::string> listDeclarations(const std::vector<Client *> &clients)
+std::optional<std::string> listDeclarations(const std::vector<Client *> &clients,
+                                            const Expression &expression)
 {
     std::string text = "[";
     for (const Client *client : clients) {
         for (const auto &[id, record] : client->declarations) {
+            if (!reduce(expression, record.published->declaration)) {
+                continue;
+            }
             if (text.size() > 1) {
                 text += ',';
             }

@@ -95,7 +95,7 @@ TEST_F(BusSurface, TheIntrospectionIsWhatTheInstalledDescriptionSays)
     described << file.rdbuf();
     const auto live = MethodReader::read(
         callForText(client, "org.freedesktop.DBus.Introspectable", "Introspect"));
-    EXPECT_EQ(live.size(), 6U);
+    EXPECT_EQ(live.size(), 7U);
     EXPECT_EQ(live, MethodReader::read(described.str()));
 }
 
@@ -135,6 +135,78 @@ TEST_F(BusSurface, DeclarationsAreListedAsJson)
     }));
     event_producer_undeclare(producer.get(), id);
     EXPECT_EQ(callForText(client, BUS_INTERFACE, "ListDeclarations"), "[]");
+}
+
+/** The ids in a list of declarations, of a client that has no more than ten. */
+std::string idsIn(const std::string &list)
+{
+    const std::string member = R"("id":)";
+    std::string ids;
+    for (auto at = list.find(member); at != std::string::npos; at = list.find(member, at + 1)) {
+        ids += list.at(at + member.size());
+    }
+    return ids;
+}
+
+/** The ids of what can match one condition of each kind; an empty key means no such condition. */
+std::string matching(RawClient &client, const std::string &value, const std::string &nameSpace,
+                     const std::string &absentKey)
+{
+    norq::event::BusMessage answer;
+    const char *text = nullptr;
+    const std::string key = "topic0";
+    EXPECT_GE(sd_bus_call_method(client.bus.get(), BUS_NAME, BUS_PATH, BUS_INTERFACE,
+                                 "ListMatching", nullptr, norq::event::Out(answer), "a(ss)a(ss)as",
+                                 1, key.c_str(), value.c_str(), 1, key.c_str(), nameSpace.c_str(),
+                                 1, absentKey.c_str()),
+              0);
+    EXPECT_GE(sd_bus_message_read(answer.get(), "s", &text), 0);
+    return idsIn(text);
+}
+
+DeclarationPtr declarationOf(const char *topic, const char *nameSpace, bool withOpenKey)
+{
+    DeclarationPtr declaration(event_declaration_new(EVENT_DECLARATION_DEFAULT, nullptr));
+    event_declaration_t *raw = declaration.get();
+    if (topic != nullptr) {
+        event_declaration_add_key_value(raw, "topic0", event_value_string(topic), nullptr);
+    } else {
+        event_declaration_add_key(raw, "topic0", EVENT_VALUE_STRING, nullptr);
+    }
+    event_declaration_set_name_space(raw, "topic0", nameSpace);
+    if (withOpenKey) {
+        event_declaration_add_key(raw, "open", EVENT_VALUE_BOOLEAN, nullptr);
+    }
+    return declaration;
+}
+
+TEST_F(BusSurface, OnlyTheDeclarationsThatCanMatchAreListedWhenAskedSo)
+{
+    RawClient client;
+    const ProducerPtr producer = newProducer("producer");
+    for (const auto &declaration :
+         {declarationOf("A", "tns1", false), declarationOf("B", "tns1", false),
+          declarationOf("A", "other", false), declarationOf("A", "tns1", true),
+          declarationOf(nullptr, "tns1", false)}) {
+        ASSERT_GE(event_producer_declare(producer.get(), declaration.get()), 0);
+    }
+    EXPECT_EQ(matching(client, "A", "tns1", "open"), "04");
+    EXPECT_EQ(matching(client, "B", "tns1", "open"), "14");
+    EXPECT_EQ(matching(client, "A", "other", "open"), "2");
+    EXPECT_EQ(matching(client, "A", "tns1", "none"), "034");
+    EXPECT_EQ(matching(client, "C", "other", "none"), "");
+}
+
+TEST_F(BusSurface, ConditionsThatExcludeEachOtherAreRefusedInAList)
+{
+    RawClient client;
+    sd_bus_error error = {};
+    EXPECT_LT(sd_bus_call_method(client.bus.get(), BUS_NAME, BUS_PATH, BUS_INTERFACE,
+                                 "ListMatching", &error, nullptr, "a(ss)a(ss)as", 2, "key", "a",
+                                 "key", "b", 0, 0),
+              0);
+    EXPECT_STREQ(error.name, norq::event::ERROR_INVALID);
+    sd_bus_error_free(&error);
 }
 
 } // namespace
