@@ -274,11 +274,12 @@ def examples_in(page, api):
 class DocumentedError:
     """A line of one of the page's tables of errors; a name in angle brackets stands for any text."""
 
-    ROW = re.compile(r"^\|(?: [^|]+ \|)? (\d+) \| `([^|]*)` \|", re.MULTILINE)
+    ROW = re.compile(r"^\|(?: [^|]+ \|)? (\d+) \| `([^|]*)` \|(.*)\|$", re.MULTILINE)
 
-    def __init__(self, code, message):
+    def __init__(self, code, message, explanation):
         self.code = int(code)
         self.message = message
+        self.is_defect = "a defect of the service" in explanation
         self.pattern = re.compile(".*".join(re.escape(part)
                                             for part in re.split(r"<[a-z]+>", message)), re.DOTALL)
 
