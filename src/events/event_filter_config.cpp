@@ -53,6 +53,32 @@ std::string_view takeNamespaces(std::string_view segment, std::string &currentNa
     return segment;
 }
 
+/** Adds segments to a list until it has passed its limits. */
+class SegmentAppender {
+public:
+    explicit SegmentAppender(TopicSegments &target) : segments(target)
+    {
+        for (const auto &[nameSpace, name] : segments) {
+            bytes += nameSpace.size() + name.size();
+        }
+    }
+
+    bool hasRoom() const
+    {
+        return segments.size() <= MOST_TOPIC_SEGMENTS && bytes <= MOST_TOPIC_BYTES;
+    }
+
+    void append(std::string nameSpace, std::string name)
+    {
+        bytes += nameSpace.size() + name.size();
+        segments.emplace_back(std::move(nameSpace), std::move(name));
+    }
+
+private:
+    TopicSegments &segments;
+    std::size_t bytes = 0;
+};
+
 } // namespace
 
 ParsedTopicFilter parseTopicFilter(const std::string &topicFilter)
@@ -63,11 +89,12 @@ ParsedTopicFilter parseTopicFilter(const std::string &topicFilter)
         parsed.matchSubtopics = true;
         rest.remove_suffix(SUBTOPICS_SUFFIX.size());
     }
+    SegmentAppender appender(parsed.segments);
     std::string currentNamespace;
-    while (!rest.empty()) {
+    while (!rest.empty() && appender.hasRoom()) {
         const auto slash = rest.find('/');
         const auto name = takeNamespaces(rest.substr(0, slash), currentNamespace);
-        parsed.segments.emplace_back(currentNamespace, name);
+        appender.append(currentNamespace, std::string(name));
         rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash + 1);
     }
     return parsed;
@@ -134,7 +161,13 @@ void EventFilterConfig::appendParsed(const std::string &text)
 {
     auto parsed = parseTopicFilter(text);
     matchSubtopics = matchSubtopics || parsed.matchSubtopics;
-    std::move(parsed.segments.begin(), parsed.segments.end(), std::back_inserter(topicSegments));
+    SegmentAppender appender(topicSegments);
+    for (auto &[nameSpace, name] : parsed.segments) {
+        if (!appender.hasRoom()) {
+            break;
+        }
+        appender.append(std::move(nameSpace), std::move(name));
+    }
 }
 
 } // namespace tovrel

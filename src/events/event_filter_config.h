@@ -3,6 +3,8 @@
 
 #include "events/config_guard.h"
 
+#include <norq/event_types.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -17,12 +19,24 @@ enum class RetainPolicy : std::int32_t {
     ALL = 2       /**< always */
 };
 
+/** (namespace, name) of each level of a topic; a level without a namespace has the one before's. */
+using TopicSegments = std::vector<std::pair<std::string, std::string>>;
+
+/**
+ * Segments of a topic filter are kept until these limits are passed. The event service refuses a
+ * filter that passes them, so the rest would only take memory: a text of a few bytes a level
+ * would take a hundred times its size, and more with a long namespace.
+ */
+inline constexpr std::size_t MOST_TOPIC_SEGMENTS = EVENT_MAX_KEYS;
+/** Bytes of all names and namespaces; each of the two is limited by itself at the service. */
+inline constexpr std::size_t MOST_TOPIC_BYTES = 2 * EVENT_MAX_SIZE;
+
 /** A topic filter in its parts. */
 struct ParsedTopicFilter {
     /** Whether the filter ended in "//.": topics below the named one match, too. */
     bool matchSubtopics = false;
-    /** (namespace, name) of each level; a level without a namespace has that of the one before. */
-    std::vector<std::pair<std::string, std::string>> segments;
+    /** Up to and with the one that passes a limit. */
+    TopicSegments segments;
 };
 
 /** Splits a topic filter such as "tns1:Device/tnsnorq:Beta//." into its parts. */
@@ -49,7 +63,8 @@ public:
     /**
      * Replaces the text of the filter. Its segments are appended to those that are there, and
      * matchSubtopics stays true once it was: a changed filter selects what an event service
-     * subscription with all these levels selects, until it is built anew from the file.
+     * subscription with all these levels selects, until it is built anew from the file. Beyond
+     * the limits above nothing is appended any more.
      */
     void setTopicFilter(const std::string &text);
 
@@ -65,10 +80,7 @@ public:
     [[nodiscard]] std::int32_t getQos() const { return qos; }
     [[nodiscard]] RetainPolicy getRetainPolicy() const { return retainPolicy; }
     [[nodiscard]] bool getMatchSubtopics() const { return matchSubtopics; }
-    [[nodiscard]] const std::vector<std::pair<std::string, std::string>> &getTopicSegments() const
-    {
-        return topicSegments;
-    }
+    [[nodiscard]] const TopicSegments &getTopicSegments() const { return topicSegments; }
 
 private:
     friend class PublicationConfig;
@@ -82,7 +94,7 @@ private:
     std::int32_t qos;
     RetainPolicy retainPolicy;
     bool matchSubtopics = false;
-    std::vector<std::pair<std::string, std::string>> topicSegments;
+    TopicSegments topicSegments;
 };
 
 } // namespace tovrel

@@ -51,6 +51,37 @@ TEST_P(TopicFilter, IsKeptAsItWasGiven)
                 ElementsAreArray(GetParam().segments));
 }
 
+TEST(TopicFilterLimits, SegmentsAreKeptUpToTheOneThatNoEventServiceTakes)
+{
+    EXPECT_EQ(parseTopicFilter(std::string(MOST_TOPIC_SEGMENTS, '/')).segments.size(),
+              MOST_TOPIC_SEGMENTS);
+    EXPECT_EQ(parseTopicFilter(std::string(1'000'000, '/')).segments.size(),
+              MOST_TOPIC_SEGMENTS + 1);
+}
+
+TEST(TopicFilterLimits, ALongNamespaceIsNotRepeatedForEachSegmentWithoutEnd)
+{
+    const std::string nameSpace(100'000, 'n');
+    const auto parsed = parseTopicFilter(nameSpace + ":" + std::string(1000, '/'));
+    EXPECT_EQ(parsed.segments.size(), MOST_TOPIC_BYTES / nameSpace.size() + 1);
+}
+
+TEST(TopicFilterLimits, TheEndOfALongTextStillDecidesAboutSubtopics)
+{
+    EXPECT_TRUE(parseTopicFilter(std::string(10'000, '/') + "a//.").matchSubtopics);
+}
+
+TEST(TopicFilterLimits, ChangingAFilterAgainAndAgainDoesNotTakeMoreAndMoreMemory)
+{
+    EventFilterConfig filter("first:a", 0, "none");
+    for (int change = 0; change < 5; ++change) {
+        filter.setTopicFilter(std::string(1000, '/') + "b");
+    }
+    EXPECT_EQ(filter.getTopicSegments().size(), MOST_TOPIC_SEGMENTS + 1);
+    EXPECT_EQ(filter.getTopicSegments().front().second, "a");
+    EXPECT_EQ(filter.getTopicFilter(), std::string(1000, '/') + "b");
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Valid, TopicFilter,
     testing::Values(
