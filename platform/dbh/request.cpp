@@ -2,6 +2,7 @@
 
 #include "dbh/json_checks.h"
 #include "dbh/quoted.h"
+#include "dbh/text.h"
 
 #include <array>
 #include <cstring>
@@ -148,6 +149,11 @@ bool parseDocument(const char *text, Json &document, dbh_api_error_t **error)
         dbh_api_error_new(error, DBH_ERROR_MALFORMED_REQUEST,
                           "Request is not valid JSON at line %d, column %d: %s", failure.line,
                           failure.column, whatIsWrong(failure));
+        return false;
+    }
+    if (!holdsOnlyTexts(document.get())) {
+        dbh_api_error_new(error, DBH_ERROR_MALFORMED_REQUEST,
+                          "Request: A text contains a noncharacter");
         return false;
     }
     return true;

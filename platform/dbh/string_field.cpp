@@ -1,6 +1,7 @@
 #include "dbh/handles.h"
 #include "dbh/json_checks.h"
 #include "dbh/quoted.h"
+#include "dbh/text.h"
 
 #include <norq/dbh_fields.h>
 
@@ -12,15 +13,15 @@ using norq::dbh::Quoted;
 namespace {
 
 /** How a value can break a declaration. */
-enum class Fault { NONE, MISSING, NOT_UTF8, TOO_SHORT, TOO_LONG, NOT_ALLOWED };
+enum class Fault { NONE, MISSING, NOT_TEXT, TOO_SHORT, TOO_LONG, NOT_ALLOWED };
 
 Fault findFault(const dbh_string_t &field, const char *value)
 {
     if (value == nullptr) {
         return Fault::MISSING;
     }
-    if (!g_utf8_validate(value, -1, nullptr)) {
-        return Fault::NOT_UTF8;
+    if (!norq::dbh::isText(value)) {
+        return Fault::NOT_TEXT;
     }
     const glong length = g_utf8_strlen(value, -1);
     if (field.min_length >= 0 && length < field.min_length) {
@@ -50,7 +51,7 @@ void reportFault(const dbh_string_t &field, Fault fault, const char *value, int 
     case Fault::MISSING:
         dbh_api_error_new(error, code, "Property %s: Value is missing", field.name);
         break;
-    case Fault::NOT_UTF8:
+    case Fault::NOT_TEXT:
         dbh_api_error_new(error, code, "Property %s: Value is not valid UTF-8", field.name);
         break;
     case Fault::TOO_SHORT:
@@ -156,6 +157,12 @@ bool dbh_string_deserialize(dbh_string_t *field, const json_t *json, dbh_api_err
     if (std::strlen(value) != json_string_length(json)) {
         dbh_api_error_new(error, DBH_ERROR_MALFORMED_DATA,
                           "Property %s: Value contains a NUL character", field->name);
+        return false;
+    }
+    if (json_string_length(json) > DBH_MAX_TEXT_LENGTH) {
+        dbh_api_error_new(error, DBH_ERROR_MALFORMED_DATA,
+                          "Property %s: Value is longer than %d bytes", field->name,
+                          DBH_MAX_TEXT_LENGTH);
         return false;
     }
     return assign(*field, value, DBH_ERROR_MALFORMED_DATA, error);

@@ -15,7 +15,13 @@
 
 G_BEGIN_DECLS
 
-/** A text: always valid UTF-8 when it is set. Members are private. */
+/**
+ * Bytes of a text in a request, at most: no topic of MQTT is longer. What a backend sets itself may
+ * be longer.
+ */
+#define DBH_MAX_TEXT_LENGTH 65535
+
+/** A text: always valid UTF-8 without noncharacters when it is set. Members are private. */
 typedef struct dbh_string {
     const char *name;
     char *value;
@@ -59,7 +65,10 @@ bool dbh_string_is_set(const dbh_string_t *field);
 /** The value, valid until the field is set or deinitialised; NULL when it is unset. */
 const char *dbh_string_value(const dbh_string_t *field);
 
-/** Whether a text is valid UTF-8 and fits the declaration; false for NULL. Changes nothing. */
+/**
+ * Whether a text is valid UTF-8 without noncharacters and fits the declaration; false for NULL.
+ * Changes nothing.
+ */
 bool dbh_string_validate_value(const dbh_string_t *field, const char *value);
 
 /**
@@ -82,6 +91,7 @@ json_t *dbh_string_serialize(const dbh_string_t *field);
  *
  *  - "Property NAME: Expected JSON string but got TYPE" (TYPE as dbh_json_type() has it),
  *  - "Property NAME: Value contains a NUL character",
+ *  - "Property NAME: Value is longer than 65535 bytes",
  *  - "Property NAME: Value is shorter than N characters",
  *  - "Property NAME: Value is longer than N characters",
  *  - "Property NAME: Value VALUE is not one of A, B, C" (a long VALUE cut).

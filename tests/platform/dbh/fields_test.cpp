@@ -98,8 +98,34 @@ TEST(StringField, RefusesWhatBreaksItsDeclarationAndStaysAsItWas)
     EXPECT_EQ(colour.takeError(), "0 Property colour: Value is missing");
     EXPECT_FALSE(colour.set("\xc3"));
     EXPECT_EQ(colour.takeError(), "0 Property colour: Value is not valid UTF-8");
+    EXPECT_FALSE(colour.set("\xEF\xBF\xBE"));
+    EXPECT_EQ(colour.takeError(), "0 Property colour: Value is not valid UTF-8");
     EXPECT_FALSE(dbh_string_set(&colour.field, "grey", nullptr));
     EXPECT_STREQ(dbh_string_value(&colour.field), "green");
+}
+
+TEST(StringField, TakesFromARequestNoTextThatNoTopicCouldBe)
+{
+    StringField text;
+    const std::string longest(DBH_MAX_TEXT_LENGTH, 'a');
+    EXPECT_TRUE(text.deserialize(("\"" + longest + "\"").c_str()));
+    EXPECT_FALSE(text.deserialize(("\"a" + longest + "\"").c_str()));
+    EXPECT_EQ(text.takeError(), "5 Property colour: Value is longer than 65535 bytes");
+    EXPECT_EQ(dbh_string_value(&text.field), longest);
+    EXPECT_TRUE(text.set(("a" + longest).c_str()));
+}
+
+TEST(StringField, AcceptsAllCharactersButNoncharacters)
+{
+    const StringField text;
+    for (const char *value :
+         {"\xEF\xB7\x8F", "\xEF\xB7\xB0", "\xEF\xBF\xBD", "\xF0\x9F\xBF\xBD", "\xF4\x8F\xBF\xBD"}) {
+        EXPECT_TRUE(dbh_string_validate_value(&text.field, value)) << value;
+    }
+    for (const char *value : {"\xEF\xB7\x90", "\xEF\xB7\xAF", "\xEF\xBF\xBE", "\xEF\xBF\xBF",
+                              "\xF0\x9F\xBF\xBE", "\xF4\x8F\xBF\xBF"}) {
+        EXPECT_FALSE(dbh_string_validate_value(&text.field, value)) << value;
+    }
 }
 
 TEST(StringField, CountsItsLengthInCharacters)

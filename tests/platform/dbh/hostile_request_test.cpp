@@ -63,6 +63,19 @@ TEST_F(HostileRequest, ThatIsNoJsonIsRefused)
     }
 }
 
+TEST_F(HostileRequest, WithANoncharacterAnywhereIsRefused)
+{
+    for (const char *request :
+         {R"("\ufffe")", R"(["\ufdd0"])", R"({"api":"\ud83f\udfff"})", R"({"\uffff":1})",
+          R"({"api":"greenhouse","version":1,"operation":"get","path":["\ufdef"]})",
+          R"({"data":[{"a":[{"b":"\ufdd0"}]}]})"}) {
+        EXPECT_EQ(withoutPosition(api.ask(request)),
+                  request[0] == '"' ? malformed("Request is not valid JSON: syntax error")
+                                    : malformed("Request: A text contains a noncharacter"))
+            << request;
+    }
+}
+
 TEST_F(HostileRequest, ThatIsNoJsonIsToldWhereItEnded)
 {
     EXPECT_EQ(api.ask("{}\n{}"),
