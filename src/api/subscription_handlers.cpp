@@ -65,13 +65,12 @@ void addItem(BaseEventBridge &bridge, tovrel_v2_subscription *obj, dbh_string_t 
                           "Cannot add MQTT to event config - too many created");
         return;
     }
-    const std::string topicFilter = valueOr(adt_tovrel_v2_subscription_topicFilter(obj), "");
-    requireOneLine(topicFilter);
     SubscriptionStore copy = live;
-    const std::string id = copy.addSubscription(
-        topicFilter, valueOr(adt_tovrel_v2_subscription_useDeviceTopicPrefix(obj), false),
-        qosOf(valueOr(adt_tovrel_v2_subscription_qos(obj), "QOS_0")),
-        valueOr(adt_tovrel_v2_subscription_isStateData(obj), false));
+    const std::string id =
+        copy.addSubscription(valueOr(adt_tovrel_v2_subscription_topicFilter(obj), ""),
+                             valueOr(adt_tovrel_v2_subscription_useDeviceTopicPrefix(obj), false),
+                             qosOf(valueOr(adt_tovrel_v2_subscription_qos(obj), "QOS_0")),
+                             valueOr(adt_tovrel_v2_subscription_isStateData(obj), false));
     bridge.replaceSubscriptions(copy);
     fillCreatedKey(createdKey, id);
 }

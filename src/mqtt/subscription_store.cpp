@@ -29,7 +29,9 @@ std::string SubscriptionStore::addSubscription(const std::string &topicFilter,
                                                bool useDeviceTopicPrefix, std::int32_t qos,
                                                bool isStateData)
 {
-    if (!MQTTMsg_check_sub_topic(topicFilter.c_str())) {
+    // A line feed is a character to MQTT, but not to the lines of the file.
+    if (topicFilter.find('\n') != std::string::npos ||
+        !MQTTMsg_check_sub_topic(topicFilter.c_str())) {
         throw SubscribeConfigException("Invalid MQTT topic");
     }
     std::string id = allocateId();
