@@ -83,7 +83,10 @@ int readStruct(sd_bus_message *message, Fields &...fields)
     return bus_fields::read(message, STRUCT_SIGNATURE<Fields...>.data(), fields...);
 }
 
-/** Appends fields to a message. The sd-bus result: -EINVAL for a text that is not UTF-8. */
+/**
+ * Appends fields to a message. The sd-bus result: -EINVAL for a text that is not UTF-8 or has a
+ * noncharacter (U+FDD0 and the like) in it.
+ */
 template <typename... Fields>
 int appendFields(sd_bus_message *message, const Fields &...fields)
 {

@@ -2,6 +2,7 @@
 
 #include "core/bus_fields.h"
 #include "core/dbus_handler.h"
+#include "core/reply_limit.h"
 #include "interfaces/base_dbus_handler.h"
 #include "interfaces/c_handles.h"
 #include "interfaces/callback_barrier.h"
@@ -10,6 +11,7 @@
 #include "interfaces/sd_bus_handles.h"
 
 #include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -136,6 +138,11 @@ int handleRequest(sd_bus_message *message, void *data, sd_bus_error *error)
         }
         const MallocText response = handler.processRequest(result < 0 ? nullptr : request.c_str());
         if (!response) {
+            return failWith(error, "Could not process request");
+        }
+        if (ReplySize().add({response.get()}) < 0) {
+            tovrel_log(LOG_LEVEL_FAILURE, "%sToo large for the bus: a response of %zu bytes",
+                       LOG_PREFIX, std::strlen(response.get()));
             return failWith(error, "Could not process request");
         }
         return sd_bus_reply_method_return(message, "s", response.get());

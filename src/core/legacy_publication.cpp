@@ -1,6 +1,7 @@
 /** The legacy methods that replace and list the event-to-MQTT configuration. */
 #include "core/bus_fields.h"
 #include "core/dbus_handler.h"
+#include "core/reply_limit.h"
 #include "events/publication_config.h"
 #include "interfaces/base_event_bridge.h"
 #include "interfaces/exceptions.h"
@@ -58,19 +59,22 @@ void require(int result, const char *what)
     throw SdBusException("Error constructing reply");
 }
 
-void appendSettings(sd_bus_message *reply, const PublicationSettings &settings)
+void appendSettings(sd_bus_message *reply, ReplySize &size, const PublicationSettings &settings)
 {
+    require(size.add({settings.topicPrefixSetting, settings.customTopicPrefix}),
+            "Error appending status code");
     require(appendFields(reply, settings.topicPrefixSetting, settings.customTopicPrefix,
                          settings.appendEventTopic, settings.includeTopicNamespaces,
                          settings.includeSerialNumberInPayload),
             "Error appending status code");
 }
 
-void appendFilters(sd_bus_message *reply, const EventFilters &filters)
+void appendFilters(sd_bus_message *reply, ReplySize &size, const EventFilters &filters)
 {
     require(sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, FILTER_SIGNATURE),
             "Error opening reply container");
     for (const auto &[id, filter] : filters) {
+        require(size.add({filter.getTopicFilter()}), "Error appending status code");
         require(appendStruct(reply, filter.getTopicFilter(), filter.retainPolicyText(),
                              filter.getQos()),
                 "Error appending status code");
@@ -115,8 +119,9 @@ int DbusHandler::fillEventToMQTTConfigReply(sd_bus_message *reply)
         throw SdBusException("Error creating reply");
     }
     const PublicationConfig &config = std::as_const(*bridge).getPublicationConfig();
-    appendSettings(reply, config.getSettings());
-    appendFilters(reply, config.getEventFilters());
+    ReplySize size;
+    appendSettings(reply, size, config.getSettings());
+    appendFilters(reply, size, config.getEventFilters());
     return sd_bus_send(bus, reply, nullptr);
 }
 

@@ -1,6 +1,7 @@
 /** The legacy methods that replace and list the MQTT-to-event items. */
 #include "core/bus_fields.h"
 #include "core/dbus_handler.h"
+#include "core/reply_limit.h"
 #include "interfaces/base_event_bridge.h"
 #include "interfaces/exceptions.h"
 #include "interfaces/log.h"
@@ -138,9 +139,13 @@ int DbusHandler::fillMQTTToEventConfigReply(sd_bus_message *reply)
     if (bridge == nullptr) {
         throw SdBusException("Could not construct reply");
     }
+    ReplySize size;
     for (const auto &[id, item] : std::as_const(*bridge).getSubscriptions().items) {
-        result = appendStruct(reply, item.topicFilter, item.useDeviceTopicPrefix, item.qos,
-                              item.isStateData);
+        result = size.add({item.topicFilter});
+        if (result >= 0) {
+            result = appendStruct(reply, item.topicFilter, item.useDeviceTopicPrefix, item.qos,
+                                  item.isStateData);
+        }
         if (result < 0) {
             throw SdBusException(std::string("Error appending to reply message: ") +
                                  g_strerror(-result));

@@ -1,10 +1,12 @@
 /** The method of the configuration API, called over a real bus; the library behind it is faked. */
 #include "core/bus_fields.h"
 #include "core/dbus_handler.h"
+#include "core/reply_limit.h"
 #include "fakes/call_record.h"
 #include "fakes/fake_dbh.h"
 #include "interfaces/sd_bus_handles.h"
 #include "unit/core/failing_sd_bus.h"
+#include "unit/core/legacy_fixture.h"
 #include "unit/core/real_bus.h"
 
 #include <optional>
@@ -65,6 +67,14 @@ TEST_F(HandleRequest, ARequestThatCannotBeProcessedIsAnError)
     EXPECT_EQ(fakeDbh().livingErrors, 0);
 }
 
+TEST_F(HandleRequest, AnAnswerThatTheBusWouldNotCarryIsAnError)
+{
+    fakeDbh().answer = [](const std::string &) { return std::string(MOST_REPLY_BYTES + 1, 'a'); };
+    EXPECT_EQ(answerTo("{}"), "com.norq.Tovrel1.InternalError: Could not process request");
+    EXPECT_THAT(log.take(),
+                ElementsAre(LogLine{256, "Too large for the bus: a response of 25165825 bytes"}));
+}
+
 TEST_F(HandleRequest, AnUnreadableRequestReachesTheLibraryWithoutText)
 {
     fakeDbh().answer = [](const std::string &request) { return "answer to " + request; };
@@ -80,6 +90,30 @@ TEST_F(HandleRequest, AnApiThatCannotBeSetUpLeavesTheServiceAtWork)
     EXPECT_EQ(answerTo("{}"), "com.norq.Tovrel1.InternalError: Could not process request");
     EXPECT_EQ(log.take().front(),
               (LogLine{256, "Could not setup Mirel API handling: not that one"}));
+}
+
+TEST_F(LegacyMethods, AreServedAlsoWhenTheApiCannotBeSetUp)
+{
+    resetFakeDbh();
+    fakeDbh().additionFailure = "not that one";
+    keepItems();
+    offerItems();
+    keepPublication();
+    offerPublication();
+    const WireItem item{"a", true, 2, false};
+    WirePublication config;
+    config.filters = {{"tns1:A", "all", 1}};
+    EXPECT_EQ(set({item}), status(0));
+    EXPECT_EQ(set(config), status(0));
+
+    Answer listed;
+    listed.items = {item};
+    EXPECT_EQ(getItems(), listed);
+    listed = {};
+    listed.publication = config;
+    EXPECT_EQ(getPublication(), listed);
+    EXPECT_THAT(log.take(),
+                ElementsAre(LogLine{256, "Could not setup Mirel API handling: not that one"}));
 }
 
 TEST_F(HandleRequest, AnApiThatCannotBeCreatedLeavesTheServiceAtWork)
