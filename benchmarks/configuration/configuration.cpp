@@ -2,7 +2,9 @@
  * What the service's configuration methods cost, beside empty calls on the same bus in the same
  * moment, and where the time of an import goes. docs/benchmarks.md says what each figure means.
  *
- * usage: scripts/sandbox --no-service BUILD/benchmarks/configuration [--quick]
+ * usage: scripts/sandbox --no-service BUILD/benchmarks/configuration [--quick | --only TEXT]
+ *
+ * With --only, the operations whose names contain the text, and no import step by step.
  *
  * The configuration is kept in memory first, as in every sandbox, and then in the folder for
  * temporary files (TMPDIR), which is expected to be on a disk.
@@ -28,6 +30,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace {
 
@@ -41,16 +44,16 @@ void printHead(const std::string &title)
 {
     std::printf("\n%s\n  %-33s %8s %8s %9s %8s %8s %8s   %s\n", title.c_str(), "", "ms", "best",
                 "a second", "x empty", "x size", "rest ms",
-                "CPU ms: tovrel    bus  events  broker");
+                "CPU ms: tovrel    bus  events  device  broker");
 }
 
 void print(const Operation &operation, const Result &result)
 {
-    std::printf("  %-33s %8.3f %8.3f %9.0f %8.1f %8.1f %8.2f   %14.3f %6.3f %7.3f %7.3f\n",
+    std::printf("  %-33s %8.3f %8.3f %9.0f %8.1f %8.1f %8.2f   %14.3f %6.3f %7.3f %7.3f %7.3f\n",
                 operation.name.c_str(), result.median, result.best, result.rate,
                 result.median / result.empty, result.median / result.sameSize, result.rest,
                 result.cpu[SERVICE], result.cpu[BUS], result.cpu[EVENT_SERVICE],
-                result.cpu[BROKER]);
+                result.cpu[DEVICE_SERVICES], result.cpu[BROKER]);
     std::fflush(stdout);
 }
 
@@ -79,6 +82,27 @@ Service startEmpty(sd_bus *bus)
     return Service(bus);
 }
 
+/** Has the service keep its files in a folder for temporary files, for as long as this lives. */
+class FolderOnDisk {
+public:
+    FolderOnDisk()
+    {
+        std::filesystem::remove_all(FOLDER);
+        std::filesystem::create_directory_symlink(folder.path(), FOLDER);
+    }
+    ~FolderOnDisk()
+    {
+        std::error_code ignored;
+        std::filesystem::remove(FOLDER, ignored);
+        std::filesystem::create_directory(FOLDER, ignored);
+    }
+    FolderOnDisk(const FolderOnDisk &) = delete;
+    FolderOnDisk &operator=(const FolderOnDisk &) = delete;
+
+private:
+    test_support::TempDirectory folder;
+};
+
 std::string folderKind()
 {
     constexpr decltype(statfs::f_type) TMPFS = 0x01021994;
@@ -96,7 +120,9 @@ void measureAll(sd_bus *bus, int items, const Options &options)
     const std::string count = std::to_string(items);
     printHead(count + " + " + count + " items, " + folderKind());
     for (const Operation &operation : allOperations(items)) {
-        measureAndPrint(bus, service, operation, options);
+        if (operation.name.find(options.only) != std::string::npos) {
+            measureAndPrint(bus, service, operation, options);
+        }
     }
 }
 
@@ -124,6 +150,9 @@ double timeOfSaving(const Options &options)
 /** Where the time of an import goes: imports that do more and more of it. */
 void takeImportApart(sd_bus *bus, const Options &options)
 {
+    if (!options.only.empty()) {
+        return;
+    }
     const int items = options.items;
     printHead("an import, step by step, " + folderKind());
     {
@@ -147,7 +176,9 @@ Options readOptions(int argc, char **argv)
 {
     Options options;
     if (argc == 2 && std::strcmp(argv[1], "--quick") == 0) {
-        options = {std::chrono::milliseconds(1), 16, 1, 1};
+        options = {std::chrono::milliseconds(1), 16, 1, 1, ""};
+    } else if (argc == 3 && std::strcmp(argv[1], "--only") == 0) {
+        options.only = argv[2];
     } else if (argc > 1) {
         throw std::runtime_error(std::string("unknown option: ") + argv[1]);
     }
@@ -172,9 +203,7 @@ int main(int argc, char **argv)
         measureAll(bus.get(), options.items, options);
         takeImportApart(bus.get(), options);
 
-        const test_support::TempDirectory onDisk;
-        std::filesystem::remove_all(FOLDER);
-        std::filesystem::create_directory_symlink(onDisk.path(), FOLDER);
+        const FolderOnDisk onDisk;
         measureAll(bus.get(), 1, options);
         takeImportApart(bus.get(), options);
         return EXIT_SUCCESS;

@@ -51,6 +51,7 @@ Cpu cpuOf(const Service &service)
     using benchmarks::processOfSandbox;
     return {end_to_end::cpuSeconds(service.pid()), end_to_end::cpuSeconds(processOfSandbox("bus")),
             end_to_end::cpuSeconds(processOfSandbox("eventd")),
+            end_to_end::cpuSeconds(processOfSandbox("deviced")),
             end_to_end::cpuSeconds(processOfSandbox("broker"))};
 }
 

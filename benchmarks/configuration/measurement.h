@@ -7,11 +7,12 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <string>
 
 namespace configuration {
 
 /** The processes that share the work of a call. */
-enum Part : std::size_t { SERVICE, BUS, EVENT_SERVICE, BROKER, PARTS };
+enum Part : std::size_t { SERVICE, BUS, EVENT_SERVICE, DEVICE_SERVICES, BROKER, PARTS };
 
 /** How much is measured. */
 struct Options {
@@ -19,6 +20,7 @@ struct Options {
     int items = 256;
     std::size_t changes = 15; // of calls that change something, so many at most
     std::size_t fewest = 5;   // of all calls, however long they take
+    std::string only;         // part of the names of the operations that are measured
 };
 
 /** Times are milliseconds. */
