@@ -2,7 +2,8 @@
  * The methods that the service has on the system bus: what sd-bus calls.
  *
  * Each is a thin frame around an operation of BaseDbusHandler. It turns the expected exceptions
- * into D-Bus errors and carries all others to the main loop; the caller is answered in either case.
+ * into D-Bus errors and carries all others to the main loop; the caller is answered in either case
+ * (there is one exception, of long standing: GetEventToMQTTConfig without a handler).
  */
 #pragma once
 
@@ -12,7 +13,10 @@
 
 namespace tovrel {
 
-/** Name of every error that the service answers with. */
+/**
+ * Name of every error that the service answers with while it goes on. A failure that ends it is
+ * answered with org.freedesktop.DBus.Error.IOError.
+ */
 inline constexpr const char *INTERNAL_ERROR = "com.norq.Tovrel1.InternalError";
 
 /**
