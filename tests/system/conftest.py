@@ -3,13 +3,14 @@
 import sys
 from pathlib import Path
 
+# For what tests of all kinds share, and first: what is imported below may need it.
+sys.path.append(str(Path(__file__).parents[1] / "support"))
+
 import pytest
-from bridge import LOGS, Watcher, log_of
+from bridge import ETC, LOGS, Watcher, log_of
+from bus_clients import ConfigurationClient
 from publishing import Published
 from relay import Relay
-
-# For what tests of all kinds share.
-sys.path.append(str(Path(__file__).parents[1] / "support"))
 
 # What no service may have said in any test, whatever else it was about.
 DEFECTS = ("AddressSanitizer", "LeakSanitizer", "ThreadSanitizer", "runtime error:", "CRITICAL",
@@ -38,6 +39,21 @@ def relaying():
     relay = Relay()
     yield relay
     relay.close()
+
+
+@pytest.fixture(name="client")
+def one_connection():
+    """A client of the service with a connection of its own."""
+    client = ConfigurationClient()
+    yield client
+    client.close()
+
+
+@pytest.fixture(name="folder_on_a_disk")
+def putting_the_folder_on_a_disk(tmp_path):
+    """Flushing takes its time there, and so the save; the sandbox's own folder is in memory."""
+    ETC.rmdir()
+    ETC.symlink_to(tmp_path)
 
 
 @pytest.fixture(autouse=True)

@@ -14,7 +14,7 @@ class ProcessLines:
         self.process = subprocess.Popen(command, stdin=stdin, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE, text=True, **options)
         self.lines = queue.Queue()
-        self.reader = threading.Thread(target=self._read)
+        self.reader = threading.Thread(target=self._read, daemon=True)
         self.reader.start()
 
     def _read(self):
@@ -30,6 +30,10 @@ class ProcessLines:
             raise AssertionError(f"{what} did not come in time") from None
         assert line is not None, f"{what} cannot come: {self.process.args[0]} has ended"
         return line
+
+    def has_line(self):
+        """Whether a line is there to be taken."""
+        return not self.lines.empty()
 
     def close(self):
         # mosquitto_sub hangs at times when it is asked to end.

@@ -9,7 +9,6 @@ import threading
 import pytest
 from bridge import (HOST, PORT, Watcher, exit_statuses, item, log_of, publish, start_with,
                     times_subscribed, wait_for_subscription)
-from bus_clients import ConfigurationClient
 from publishing import event_filter, send_event, wait_for_connection
 from stream import FILTER, Arrivals, Stream, gaps
 from waiting import DEADLINE_SECONDS
@@ -20,13 +19,6 @@ RATE = 200
 UNDISTURBED = 50
 ALARM = "tns1:Device/tnsnorq:Alarm"
 DOOR = "tns1:Device/tnsnorq:Door"
-
-
-@pytest.fixture(name="client")
-def one_connection():
-    client = ConfigurationClient()
-    yield client
-    client.close()
 
 
 @pytest.fixture(name="stream")

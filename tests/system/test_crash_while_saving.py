@@ -7,29 +7,22 @@ What makes it save is the former configuration file, which it takes over when it
 
 import collections
 import configparser
-import enum
 import os
-import random
 import subprocess
 import time
 
 import pytest
 from bridge import ETC
+from kill_time import KillTime, Moment
 from publishing import LEGACY_PUBLICATION as FORMER
 from publishing import PUBLICATION as CURRENT
 from publishing import event_filter, key_file, settings
 from waiting import DEADLINE_SECONDS, wait_until
 
+pytestmark = pytest.mark.usefixtures("folder_on_a_disk")
+
 LOADED = "Created consumer handler"
 ROUNDS = 200
-SEED = 20261121
-
-
-class Moment(enum.Enum):
-    """Where a kill fell, by what it left behind."""
-    BEFORE = "before the save"
-    INTO = "into the save"
-    AFTER = "after the save"
 
 
 # the service, without the bus that would start it again
@@ -103,27 +96,6 @@ def judge(round_number, old, new):
     return Moment.INTO if is_new or others else Moment.BEFORE
 
 
-class KillTime:
-    """
-    When to kill, counted from the start: at random near the moment of the save, which is learnt
-    from where the kills so far have fallen, so that it is found on a machine of any speed.
-    """
-
-    def __init__(self, seconds_until_saved):
-        self.random = random.Random(SEED)
-        self.centre = seconds_until_saved
-        self.width = seconds_until_saved / 10
-
-    def next(self):
-        return max(0.0, self.centre + self.random.uniform(-self.width, self.width))
-
-    def learn(self, moment):
-        if moment is Moment.BEFORE:
-            self.centre += self.width / 8
-        elif moment is Moment.AFTER:
-            self.centre -= self.width / 8
-
-
 def seconds_until_saved():
     """From the start of the service to the end of its save, in the best of some starts."""
     times = []
@@ -136,13 +108,6 @@ def seconds_until_saved():
         times.append(time.monotonic() - begin)
         kill(process)
     return min(times)
-
-
-@pytest.fixture(name="folder_on_a_disk", autouse=True)
-def putting_the_folder_on_a_disk(tmp_path):
-    """Flushing takes its time there, and so the save; the sandbox's own folder is in memory."""
-    ETC.rmdir()
-    ETC.symlink_to(tmp_path)
 
 
 def test_a_kill_at_any_moment_of_a_save_leaves_whole_files_and_loses_nothing():

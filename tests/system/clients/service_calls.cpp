@@ -29,14 +29,20 @@ Message newMethodCall(sd_bus *bus, const char *interface, const std::string &met
     return {call, sd_bus_message_unref};
 }
 
-Message newSync(sd_bus *bus)
+Message newDaemonCall(sd_bus *bus, const char *method)
 {
     sd_bus_message *call = nullptr;
     require(sd_bus_message_new_method_call(bus, &call, "org.freedesktop.DBus",
-                                           "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                           "GetId"),
+                                           "/org/freedesktop/DBus", "org.freedesktop.DBus", method),
             "new call");
     return {call, sd_bus_message_unref};
+}
+
+Message newServicePid(sd_bus *bus)
+{
+    Message call = newDaemonCall(bus, "GetConnectionUnixProcessID");
+    require(sd_bus_message_append(call.get(), "s", SERVICE_NAME), "name");
+    return call;
 }
 
 void appendItems(sd_bus_message *call, std::istream &topics)
@@ -79,10 +85,10 @@ std::string textOf(sd_bus_message *reply)
     return std::string(" ") + text;
 }
 
-std::string numberOf(sd_bus_message *reply)
+std::string numberOf(sd_bus_message *reply, const char *type)
 {
     std::int32_t number = 0;
-    require(sd_bus_message_read(reply, "i", &number), "number");
+    require(sd_bus_message_read(reply, type, &number), "number");
     return " " + std::to_string(number);
 }
 
@@ -124,7 +130,10 @@ Message newCall(sd_bus *bus, const std::string &line)
     std::string method;
     words >> method;
     if (method == "Sync") {
-        return newSync(bus);
+        return newDaemonCall(bus, "GetId");
+    }
+    if (method == "ServicePid") {
+        return newServicePid(bus);
     }
     const bool isRequest = method == "HandleRequest";
     Message call = newMethodCall(bus, isRequest ? API_INTERFACE : LEGACY_INTERFACE, method);
@@ -151,8 +160,8 @@ std::string describe(sd_bus_message *reply)
     if (signature == "s") {
         return "ok" + textOf(reply);
     }
-    if (signature == "i") {
-        return "ok" + numberOf(reply);
+    if (signature == "i" || signature == "u") {
+        return "ok" + numberOf(reply, signature.c_str());
     }
     if (signature == "a(sbib)") {
         return "ok" + itemsOf(reply, "(sbib)", "sbib");

@@ -31,7 +31,8 @@ Bus openBus(sd_event *loop);
  * "SetEventToMQTTConfig WORD..." make an item of each word, its topic or topic filter; all else has
  * the value of a fresh configuration. "GetMQTTToEventConfig" and "GetEventToMQTTConfig" have no
  * arguments. "Sync" asks the bus daemon: when it answers, it has passed on all earlier calls of
- * this connection. Any other method ends the program with status 2.
+ * this connection. "ServicePid" asks it for the process of the running service. Any other method
+ * ends the program with status 2.
  */
 Message newCall(sd_bus *bus, const std::string &line);
 
