@@ -69,6 +69,12 @@ protected:
         return answer(R"("operation":"remove","path":)" + path);
     }
 
+    std::string import(const std::string &data, const std::string &type = "merge")
+    {
+        return answer(R"("operation":"import","data":)" + data + R"(,"options":{"importType":")" +
+                      type + R"("})");
+    }
+
     /** Lets the bridge show the two stores, for reading and for changes in place. */
     void showStores()
     {
@@ -93,6 +99,15 @@ protected:
         EXPECT_CALL(bridge, replaceSubscriptions).WillOnce([this](const SubscriptionStore &store) {
             const SubscriptionStore copy = store; // it may be the live one
             items = copy;
+        });
+    }
+
+    /** Expects the configuration to be reset once, and resets what the bridge shows. */
+    void expectReset()
+    {
+        EXPECT_CALL(bridge, resetConfiguration).WillOnce([this] {
+            items = {};
+            publication = {};
         });
     }
 

@@ -1,4 +1,5 @@
 /** Requests about the settings of publication and about event filters. */
+#include "support/served_api.h"
 #include "unit/api/handler_fixture.h"
 
 using ::testing::ElementsAre;
@@ -11,7 +12,12 @@ namespace {
 
 class PublicationHandlers : public HandlerFixture {
 protected:
-    void expectRefresh() { EXPECT_CALL(bridge, refreshPublication); }
+    void expectRefresh()
+    {
+        EXPECT_CALL(bridge, refreshPublication).WillOnce([] {
+            EXPECT_EQ(saves(), 1U) << "what is applied has been saved";
+        });
+    }
 };
 
 std::string settingsAnswer(const std::string &prefix, const std::string &filters = "")
@@ -58,6 +64,19 @@ TEST_F(PublicationHandlers, CannotGetASettingThatTheApiDoesNotKnow)
     EXPECT_EQ(get(R"(["publication"])"), failure(0, message));
     EXPECT_THAT(log.take(), ElementsAre(LogLine{64, "Setting topic prefix setting to odd"},
                                         LogLine{64, "Cannot create response: " + message}));
+}
+
+TEST(PublicationHandlersWithoutABridge, GetAndSetNothing)
+{
+    ServedApi api(OwnedApi(tovrel_v2_create_api(nullptr, nullptr, nullptr)));
+    LogCapture log;
+    EXPECT_EQ(api.ask(R"({"api":"tovrel","version":2,"operation":"get","path":["publication"]})"),
+              failure(0, "root.publication.topicPrefix has not been set"));
+    EXPECT_THAT(log.take(), ElementsAre(LogLine{64, "event bridge is null"}));
+    EXPECT_EQ(api.ask(R"({"api":"tovrel","version":2,"operation":"set","path":["publication"],)"
+                      R"("data":{}})"),
+              failure(0, "Internal error"));
+    EXPECT_THAT(log.take(), IsEmpty());
 }
 
 TEST_F(PublicationHandlers, SetWhatARequestHasInPlaceThenSaveAndApply)

@@ -12,12 +12,6 @@ namespace {
 
 class RootHandlers : public HandlerFixture {
 protected:
-    std::string import(const std::string &data, const std::string &type = "merge")
-    {
-        return answer(R"("operation":"import","data":)" + data + R"(,"options":{"importType":")" +
-                      type + R"("})");
-    }
-
     /** Expects an import to be applied, and takes it over. */
     void expectApplied()
     {
@@ -27,14 +21,6 @@ protected:
             publication = config;
         });
         EXPECT_CALL(bridge, refreshPublication);
-    }
-
-    void expectReset()
-    {
-        EXPECT_CALL(bridge, resetConfiguration).WillOnce([this] {
-            items = {};
-            publication = {};
-        });
     }
 
     static std::string list(std::size_t count, const std::string &collection)
@@ -150,6 +136,15 @@ TEST_F(RootHandlers, LeaveTheConfigurationResetWhenAReplacingImportFails)
     EXPECT_EQ(import(R"({"subscription":[{"id":"x"}]})", "replace"),
               failure(0, "Cannot import MQTT to event config - internal error"));
     EXPECT_TRUE(items.items.empty());
+}
+
+TEST_F(RootHandlers, ImportThePublicationBeforeTheItems)
+{
+    showStores();
+    EXPECT_EQ(import(R"({"publication":{"eventFilter":[{"id":""}]},"subscription":[{"id":"x"}]})"),
+              failure(0, "Could not perform import"));
+    EXPECT_EQ(import(R"({"subscription":[{"id":"x"}],"publication":{"eventFilter":[{"id":""}]}})"),
+              failure(0, "Could not perform import"));
 }
 
 TEST_F(RootHandlers, ResetNothingWhenTheDocumentItselfIsRefused)
