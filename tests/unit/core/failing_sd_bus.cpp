@@ -17,6 +17,13 @@ struct Failure {
 
 thread_local std::optional<Failure> pending;
 
+struct Replacement {
+    std::string text;
+    int readingsUntil = 0;
+};
+
+thread_local Replacement replacement; // what was read points to the text for as long as it is used
+
 /** The result that this call is to fail with, or nothing. */
 std::optional<int> failureOf(const char *function)
 {
@@ -26,6 +33,15 @@ std::optional<int> failureOf(const char *function)
     const int result = pending->result;
     pending.reset();
     return result;
+}
+
+/** The text that this reading is to give, or null for what stands in the message. */
+const char *replacementText()
+{
+    if (replacement.readingsUntil == 0 || --replacement.readingsUntil > 0) {
+        return nullptr;
+    }
+    return replacement.text.c_str();
 }
 
 } // namespace
@@ -40,9 +56,15 @@ bool sdBusFailurePending()
     return pending.has_value();
 }
 
+void replaceReadText(const std::string &text, int number)
+{
+    replacement = {text, number};
+}
+
 } // namespace tovrel::test
 
 using tovrel::test::failureOf;
+using tovrel::test::replacementText;
 
 extern "C" {
 
@@ -91,6 +113,11 @@ int __wrap_sd_bus_message_read(sd_bus_message *message, const char *types, ...)
     va_start(arguments, types);
     const int result = sd_bus_message_readv(message, types, arguments);
     va_end(arguments);
+    if (const char *const text = replacementText()) {
+        va_start(arguments, types);
+        *va_arg(arguments, const char **) = text;
+        va_end(arguments);
+    }
     return result;
 }
 

@@ -1,4 +1,6 @@
-/** Lets functions of sd-bus fail on the thread of the service, while a client uses the real ones.
+/**
+ * Lets functions of sd-bus fail, or give what no message can hold, on the thread of the service,
+ * while a client uses the real ones.
  */
 #pragma once
 
@@ -14,5 +16,12 @@ void failSdBus(const std::string &function, int result, int number = 1);
 
 /** Whether a failure was asked for and has not come. */
 bool sdBusFailurePending();
+
+/**
+ * Lets the `number`th reading of a message (from 1) on this thread store `text` in its first field,
+ * which has to be a text. sd-bus itself passes on no text that is not valid UTF-8. Other threads
+ * are not touched; forgotten once it has happened.
+ */
+void replaceReadText(const std::string &text, int number = 1);
 
 } // namespace tovrel::test

@@ -1,5 +1,6 @@
 /** The legacy methods that replace and list the event-to-MQTT configuration. */
 #include "unit/core/legacy_fixture.h"
+#include "unit/events/broken_retain_policy.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -183,6 +184,23 @@ TEST_F(LegacyMethods, AMissingConsumerEndsTheMainLoopWhenThePublicationIsListed)
     EXPECT_CALL(testing::Const(bridge), getPublicationConfig())
         .WillOnce(Throw(EventBridgeException("No event consumption handler")));
     EXPECT_THROW(getPublication(), EventBridgeException);
+}
+
+TEST_F(LegacyMethods, ABrokenPolicyEndsTheMainLoopWhenThePublicationIsListedAndTheCallerIsAnswered)
+{
+    offerPublication();
+    publication.addEventFilter(EventFilterConfig("a", 0, "none"));
+    breakRetainPolicy(publication.getEventFilter("0"), static_cast<RetainPolicy>(3));
+    handler.emplace(&bridge);
+    handler->start();
+    Answer answer;
+    EXPECT_THROW(runWhile([&answer] {
+                     LegacyClient client;
+                     answer = client.getPublication();
+                 }),
+                 ConfigException);
+    EXPECT_EQ(answer.errorName, "org.freedesktop.DBus.Error.IOError");
+    EXPECT_THAT(log.take(), IsEmpty());
 }
 
 } // namespace

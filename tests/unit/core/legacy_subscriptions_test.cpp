@@ -56,6 +56,25 @@ TEST_F(LegacyMethods, AnUnusableTopicAmongOthersRejectsEverything)
     }
 }
 
+TEST_F(LegacyMethods, ATopicThatIsNotValidUtf8RejectsEverything)
+{
+    const std::string beforeTheLimit = repeated("\xF0\x9F\x9A\xAA", 1023); // 4092 bytes
+    const std::string upToTheLimit = repeated("\xF0\x9F\x9A\xAA", 1024);   // 4096 bytes
+    for (const std::string &topic :
+         {std::string("\xFF"), std::string("a\xFF"), std::string("\xFFz"), std::string("a\xC3"),
+          beforeTheLimit + "\xFF", beforeTheLimit + "\xFC\x80\x80\x80\x80\x80",
+          upToTheLimit + "\xFF"}) {
+        replaceReadText(topic, 2);
+        EXPECT_EQ(set({{"fine", false, 0, false},
+                       {"replaced", false, 0, false},
+                       {"behind it", false, 0, false}}),
+                  status(-1));
+        EXPECT_THAT(log.take(),
+                    ElementsAre(LogLine{64, "Cannot create MQTT to Event configuration - Invalid "
+                                            "topic"}));
+    }
+}
+
 TEST_F(LegacyMethods, AStatefulItemWithAWildcardRejectsEverything)
 {
     for (const char *const topic : {"a/+/b", "a/#"}) {
