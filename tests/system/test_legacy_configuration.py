@@ -124,6 +124,29 @@ def test_items_that_cannot_be_stored_change_nothing():
     assert busctl("GetMQTTToEventConfig") == 'a(sbib) 1 "kept" false 0 false'
 
 
+@pytest.mark.parametrize("method, expected", [
+    ("SetMQTTToEventConfig", "a(sbib)"), ("GetMQTTToEventConfig", ""),
+    ("SetEventToMQTTConfig", "ssbbba(ssi)"), ("GetEventToMQTTConfig", "")])
+def test_a_call_with_other_arguments_is_refused(method, expected):
+    assert busctl(method, "i", 1) == (
+        f"Call failed: Invalid arguments 'i' to call com.norq.Tovrel1.{method}(), "
+        f"expecting '{expected}'.")
+
+
+def test_a_topic_has_1_to_1024_characters():
+    longest = "\N{GREEK SMALL LETTER ALPHA}" * 1024
+    assert set_items((longest, "false", 0, "false")) == "i 0"
+    assert set_items((longest + "a", "false", 0, "false")) == "i -1"
+    assert busctl("GetMQTTToEventConfig").startswith('a(sbib) 1 "')
+    assert longest in ITEMS.read_text(encoding="utf-8").split("\n")
+
+
+def test_a_wildcard_is_for_stateless_items_alone():
+    assert set_items(("a/+/b", "false", 0, "false")) == "i 0"
+    assert set_items(("a/+/b", "false", 0, "true")) == "i -1"
+    assert busctl("GetMQTTToEventConfig") == 'a(sbib) 1 "a/+/b" false 0 false'
+
+
 def test_more_items_than_ids_are_an_error():
     answer = set_items(*((f"t{number}", "false", 0, "false") for number in range(257)))
     assert "No available IDs" in answer
@@ -165,6 +188,15 @@ def test_the_publication_is_listed_as_it_was_set_and_survives_a_crash():
     kill_service()
     assert gdbus("GetEventToMQTTConfig") == listed
     assert PUBLICATION.read_bytes() == kept
+
+
+def test_filters_that_cannot_be_stored_count_until_the_service_ends():
+    assert set_filters("[('onvif:Kept', 'none', 0)]") == "(0,)"
+    PUBLICATION.unlink()
+    PUBLICATION.mkdir()
+    assert set_filters("[('onvif:New', 'none', 0)]") == "(0,)"
+    wait_for_log("Could not save event-to-MQTT configurations to file: ")
+    assert "onvif:New" in gdbus("GetEventToMQTTConfig")
 
 
 def test_more_filters_than_ids_end_the_service_and_leave_the_files_as_they_were():
