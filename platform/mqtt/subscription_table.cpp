@@ -3,7 +3,6 @@
 #include "mqtt/topic_rules.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace norq::mqtt {
 
@@ -17,8 +16,7 @@ bool SubscriptionTable::add(const std::string &filter, bool prefixFlag, int qos)
     const bool known = toUnsubscribe.erase(filter) > 0;
     Entry &entry = entries[filter];
     (prefixFlag ? entry.qosWithFlag : entry.qosWithoutFlag) = qos;
-    entry.changed = true;
-    anythingChanged = true;
+    toSubscribe.insert(filter);
     entry.told = entry.told || known;
     return true;
 }
@@ -39,8 +37,8 @@ bool SubscriptionTable::remove(const std::string &filter, bool prefixFlag)
     if (!entry.qosWithFlag && !entry.qosWithoutFlag) {
         if (entry.told) {
             toUnsubscribe.insert(filter);
-            anythingChanged = true;
         }
+        toSubscribe.erase(filter);
         entries.erase(found);
     }
     return true;
@@ -64,9 +62,8 @@ SubscriptionTable::Match SubscriptionTable::match(std::string_view topic) const
 void SubscriptionTable::connectionBegan(bool sessionPresent)
 {
     const std::lock_guard guard(mutex);
-    anythingChanged = true;
     for (auto &[filter, entry] : entries) {
-        entry.changed = true;
+        toSubscribe.insert(toSubscribe.end(), filter);
         entry.told = sessionPresent && entry.told;
     }
     if (!sessionPresent) {
@@ -78,22 +75,17 @@ std::vector<SubscriptionTable::Change> SubscriptionTable::takeChanges()
 {
     const std::lock_guard guard(mutex);
     std::vector<Change> changes;
-    if (!std::exchange(anythingChanged, false)) {
-        return changes;
-    }
     for (const std::string &filter : toUnsubscribe) {
         changes.push_back({filter, std::nullopt});
     }
     toUnsubscribe.clear();
-    for (auto &[filter, entry] : entries) {
-        if (entry.changed) {
-            const int qos =
-                std::max(entry.qosWithFlag.value_or(0), entry.qosWithoutFlag.value_or(0));
-            changes.push_back({filter, qos});
-            entry.changed = false;
-            entry.told = true;
-        }
+    for (const std::string &filter : toSubscribe) {
+        Entry &entry = entries.at(filter);
+        const int qos = std::max(entry.qosWithFlag.value_or(0), entry.qosWithoutFlag.value_or(0));
+        changes.push_back({filter, qos});
+        entry.told = true;
     }
+    toSubscribe.clear();
     return changes;
 }
 

@@ -51,14 +51,13 @@ private:
     struct Entry {
         std::optional<int> qosWithFlag;
         std::optional<int> qosWithoutFlag;
-        bool changed = true;
-        bool told = false;
+        bool told = false; // that it is subscribed, whatever its QoS
     };
 
     mutable std::mutex mutex; // guards all below
     std::map<std::string, Entry, std::less<>> entries;
+    std::set<std::string, std::less<>> toSubscribe; // of the entries
     std::set<std::string, std::less<>> toUnsubscribe;
-    bool anythingChanged = false;
 };
 
 } // namespace norq::mqtt

@@ -178,6 +178,21 @@ TEST(MqttSubscriptionTableTest, SubscribingAgainReplacesAnUnsubscriptionUnderWay
     EXPECT_EQ(changesOf(table), (Changes{{"a", -1}}));
 }
 
+TEST(MqttSubscriptionTableTest, OnlyWhatIsNewAndStillWantedIsHandedOut)
+{
+    SubscriptionTable table;
+    table.add("b", false, 1);
+    table.takeChanges();
+    table.add("c", false, 2);
+    table.add("a", false, 0);
+    table.add("d", true, 1);
+    table.remove("d", true);
+    EXPECT_EQ(changesOf(table), (Changes{{"a", 0}, {"c", 2}}));
+    table.add("c", true, 0);
+    table.remove("c", true);
+    EXPECT_EQ(changesOf(table), (Changes{{"c", 2}}));
+}
+
 TEST(MqttSubscriptionTableTest, ANewConnectionSubscribesEverythingAgain)
 {
     SubscriptionTable table;
