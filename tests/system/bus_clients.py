@@ -41,6 +41,11 @@ class ConfigurationClient:
         self.send(line)
         return self.reply()
 
+    def service_pid(self):
+        """The process of the service, or None when nobody has its name."""
+        reply = self.call("ServicePid")
+        return int(reply.removeprefix("ok ")) if reply.startswith("ok ") else None
+
     def answer(self, text):
         """The answer to a request to the configuration API, checked together with it."""
         reply = self.call(f"HandleRequest {text}")

@@ -4,7 +4,7 @@ request can bring about, over the bus. The requests of a table go to one running
 """
 
 import pytest
-from bridge import ITEMS, call_service, kill_service, service_pid
+from bridge import ITEMS, call_service, kill_service
 from publishing import PUBLICATION
 
 ITEM = {"topicFilter": "a/b"}
@@ -39,13 +39,13 @@ def assert_all_fail(client, rows):
     """Each row (operation, path, members, code, message) fails like that and changes nothing."""
     exported = client.done("get", options={"omitReadOnly": True})
     files = ITEMS.read_bytes(), PUBLICATION.read_bytes()
-    pid = service_pid()
+    pid = client.service_pid()
     wrong = [(operation, path, members, found) for operation, path, members, *wanted in rows
              if (found := list(client.failed(operation, *path, **members))) != wanted]
     assert wrong == []
     assert client.done("get", options={"omitReadOnly": True}) == exported
     assert (ITEMS.read_bytes(), PUBLICATION.read_bytes()) == files
-    assert service_pid() == pid
+    assert client.service_pid() == pid
 
 
 # which operation is there for what

@@ -11,7 +11,7 @@ import time
 
 import pytest
 from bridge import (ITEMS, Watcher, assert_order, call_service, exit_statuses, log_of, publish,
-                    service_pid, wait_for_end_of_service, wait_for_subscription)
+                    wait_for_end_of_service, wait_for_subscription)
 from bus_clients import ConfigurationClient, PersistentClient, request_text
 from configuration_api import checked_answer
 from publishing import PUBLICATION
@@ -52,7 +52,7 @@ def survive_ends(*exchanges):
     """
     clients = [PersistentClient(ENDS, *exchanges) for _ in range(CLIENTS)]
     try:
-        results = [client.result(seconds=100) for client in clients]
+        results = [client.result(seconds=250) for client in clients]
     finally:
         for client in clients:
             client.close()
@@ -97,11 +97,11 @@ class HeldService:
     """
 
     def __init__(self):
-        call_service()
-        self.pid = service_pid()
+        self.client = ConfigurationClient()
+        assert self.client.call("GetMQTTToEventConfig") == "ok"
+        self.pid = self.client.service_pid()
         self.resumes_at = time.monotonic() + LONGEST_LIFE_SECONDS
         os.kill(self.pid, signal.SIGSTOP)
-        self.client = ConfigurationClient()
         # Passed on to the service, which cannot answer.
         self.client.send("GetMQTTToEventConfig")
 
@@ -132,7 +132,7 @@ def assert_kept_while_ending(held, exchange, file, listing, wanted):
     assert_order(log_of("tovrel"), "Releasing DBus name", "Could not remove termination task",
                  "Name released - quitting main loop")
     assert held.client.call(listing) == wanted
-    assert service_pid() not in (None, held.pid)
+    assert held.client.service_pid() not in (None, held.pid)
     assert file.read_bytes() == saved
 
 
