@@ -112,33 +112,7 @@ public:
 
     Answer getPublication() { return send(newCall("GetEventToMQTTConfig"), readPublication); }
 
-private:
-    using Reader = void (*)(sd_bus_message *reply, Answer &answer);
-
-    BusMessage newCall(const char *method)
-    {
-        BusMessage call;
-        checked(sd_bus_message_new_method_call(bus.get(), OutParameter(call), "com.norq.Tovrel1",
-                                               "/com/norq/Tovrel1", "com.norq.Tovrel1", method),
-                method);
-        return call;
-    }
-
-    Answer send(const BusMessage &call, Reader read)
-    {
-        Answer answer;
-        sd_bus_error error = {};
-        BusMessage reply;
-        if (sd_bus_call(bus.get(), call.get(), patience, &error, OutParameter(reply)) < 0) {
-            answer.errorName = error.name != nullptr ? error.name : "(none)";
-            answer.errorText = error.message != nullptr ? error.message : "(none)";
-        } else {
-            read(reply.get(), answer);
-        }
-        sd_bus_error_free(&error);
-        return answer;
-    }
-
+    /** Readers of replies; they throw where the reply is of another form. */
     static void readStatus(sd_bus_message *reply, Answer &answer)
     {
         std::int32_t value = 0;
@@ -170,6 +144,33 @@ private:
                0) {
             config.filters.push_back(filter);
         }
+    }
+
+private:
+    using Reader = void (*)(sd_bus_message *reply, Answer &answer);
+
+    BusMessage newCall(const char *method)
+    {
+        BusMessage call;
+        checked(sd_bus_message_new_method_call(bus.get(), OutParameter(call), "com.norq.Tovrel1",
+                                               "/com/norq/Tovrel1", "com.norq.Tovrel1", method),
+                method);
+        return call;
+    }
+
+    Answer send(const BusMessage &call, Reader read)
+    {
+        Answer answer;
+        sd_bus_error error = {};
+        BusMessage reply;
+        if (sd_bus_call(bus.get(), call.get(), patience, &error, OutParameter(reply)) < 0) {
+            answer.errorName = error.name != nullptr ? error.name : "(none)";
+            answer.errorText = error.message != nullptr ? error.message : "(none)";
+        } else {
+            read(reply.get(), answer);
+        }
+        sd_bus_error_free(&error);
+        return answer;
     }
 
     CHandle<sd_bus, sd_bus_flush_close_unref> bus;
