@@ -13,7 +13,8 @@ namespace {
 using Cpu = std::array<double, PARTS>;
 using tovrel::BusMessage;
 
-constexpr int EMPTY_CALLS = 200;
+/** Before each call that changes something. */
+constexpr int EMPTY_CALLS = 10;
 
 double milliseconds(Clock::duration duration)
 {
@@ -35,17 +36,6 @@ double timeOf(sd_bus *bus, const BusMessage &message, BusMessage &answer)
     return milliseconds(Clock::now() - start);
 }
 
-template <typename Make>
-double medianOfEmptyCalls(sd_bus *bus, const Make &make)
-{
-    std::vector<double> times;
-    BusMessage answer;
-    for (int call = 0; call < EMPTY_CALLS; ++call) {
-        times.push_back(timeOf(bus, make(), answer));
-    }
-    return medianOf(times);
-}
-
 Cpu cpuOf(const Service &service)
 {
     using benchmarks::processOfSandbox;
@@ -62,12 +52,16 @@ std::size_t mostCalls(const Operation &operation, const Options &options)
     return operation.changes ? options.changes : MOST_READS;
 }
 
-/** Each call from a service at rest. Gives the bytes of an answer. */
-std::size_t measureAlone(sd_bus *bus, const Service &service, const Operation &operation,
-                         const Options &options, Result &result)
+/** Each call from a service at rest, and calls that do nothing in the same moments. */
+void measureAlone(sd_bus *bus, const Service &service, const Operation &operation,
+                  const Options &options, Result &result)
 {
+    BusMessage answer;
+    static_cast<void>(timeOf(bus, operation.make(bus, 1), answer));
+    const std::size_t answerBytes = operation.check(answer.get());
     std::vector<double> times;
-    std::size_t bytes = 0;
+    std::vector<double> empty;
+    std::vector<double> sameSize;
     const auto end = Clock::now() + options.time;
     const std::size_t most = mostCalls(operation, options);
     while (times.size() < options.fewest || (times.size() < most && Clock::now() < end)) {
@@ -75,13 +69,18 @@ std::size_t measureAlone(sd_bus *bus, const Service &service, const Operation &o
         if (operation.changes) {
             static_cast<void>(service.waitUntilAtRest());
         }
-        BusMessage answer;
+        for (int turn = 0; turn < (operation.changes ? EMPTY_CALLS : 1); ++turn) {
+            empty.push_back(timeOf(bus, newEmptyCall(bus), answer));
+            sameSize.push_back(
+                timeOf(bus, newExchange(bus, operation.requestBytes, answerBytes), answer));
+        }
         times.push_back(timeOf(bus, message, answer));
-        bytes = operation.check(answer.get());
+        operation.check(answer.get());
     }
     result.median = medianOf(times);
     result.best = *std::min_element(times.begin(), times.end());
-    return bytes;
+    result.empty = medianOf(empty);
+    result.sameSize = medianOf(sameSize);
 }
 
 /** One call after the other, and what they cost all processes until the service is at rest. */
@@ -118,11 +117,7 @@ Result measure(sd_bus *bus, const Service &service, const Operation &operation,
                const Options &options)
 {
     Result result;
-    static_cast<void>(service.waitUntilAtRest());
-    result.empty = medianOfEmptyCalls(bus, [bus] { return newEmptyCall(bus); });
-    const std::size_t bytes = measureAlone(bus, service, operation, options, result);
-    result.sameSize =
-        medianOfEmptyCalls(bus, [&] { return newExchange(bus, operation.requestBytes, bytes); });
+    measureAlone(bus, service, operation, options, result);
     measureRow(bus, service, operation, options, result);
     return result;
 }

@@ -1,4 +1,4 @@
-/** What one kind of call costs, beside empty calls in the same moment. */
+/** What one kind of call costs, beside calls that do nothing in the same moments. */
 #pragma once
 
 #include "operations.h"
