@@ -38,9 +38,12 @@ int onDisconnected(sd_bus_message * /*message*/, void * /*data*/, sd_bus_error *
     });
 }
 
-int onNameReleased(sd_bus_message * /*reply*/, void *data, sd_bus_error * /*error*/)
+int onNameReleased(sd_bus_message *reply, void *data, sd_bus_error * /*error*/)
 {
-    return carryToMainLoop(1, [data] {
+    return carryToMainLoop(1, [reply, data] {
+        // Every call that came before this has been answered, but a bus that has much to do may not
+        // have taken all of the answers yet, and with the process they would be gone.
+        sd_bus_flush(sd_bus_message_get_bus(reply));
         tovrel_log(LOG_LEVEL_PROGRESS, "%sName released - quitting main loop", LOG_PREFIX);
         g_main_loop_quit(static_cast<GMainLoop *>(data));
         return 1;

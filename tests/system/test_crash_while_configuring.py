@@ -4,7 +4,6 @@ configuration from before or the one that the call asked for, and nothing else.
 """
 
 import collections
-import json
 import os
 import signal
 import time
@@ -22,7 +21,6 @@ pytestmark = pytest.mark.usefixtures("folder_on_a_disk")
 KILLS = 60
 # As many as there can be but one, so that a save takes its time and one more can be added.
 COUNT = 255
-EXPORT = f"HandleRequest {request_text('get', options={'omitReadOnly': True})}"
 
 
 # documents of the configuration, as they are exported
@@ -96,9 +94,7 @@ CHANGES = (change_items, change_filters, import_document, set_item, set_prefix)
 
 def exported(client):
     """What the service has configured now; a call that starts it."""
-    reply = client.call(EXPORT)
-    assert reply.startswith("ok "), reply
-    return json.loads(reply[len("ok "):])["data"]
+    return client.done("get", options={"omitReadOnly": True})
 
 
 def files():

@@ -11,10 +11,11 @@ import time
 
 import pytest
 from bridge import (ITEMS, Watcher, assert_order, call_service, exit_statuses, log_of, publish,
-                    wait_for_end_of_service, wait_for_subscription)
+                    signal_neighbour, wait_for_end_of_service, wait_for_subscription)
 from bus_clients import ConfigurationClient, PersistentClient, request_text
 from configuration_api import checked_answer
-from publishing import PUBLICATION
+from publishing import PUBLICATION, key_file, settings
+from service_state import wait_until_idle
 from waiting import wait_until
 
 ENDS = 6
@@ -171,3 +172,19 @@ def test_as_many_calls_as_a_connection_may_have_open_are_answered_while_the_serv
     replies = held.replies_while_ending(*[listing, "GetEventToMQTTConfig"] * 60)
     assert replies == [wanted, "ok"] * 60
     assert wait_for_end_of_service() == 0
+
+
+def test_replies_that_the_bus_takes_late_are_not_lost_with_the_end_of_the_service():
+    # More than any socket holds, so that most replies have to wait in the service.
+    PUBLICATION.write_text(key_file(settings(custom="x" * 1_000_000), {}), encoding="ascii")
+    held = HeldService()
+    held.client.send(*["GetEventToMQTTConfig"] * 40, "Sync")
+    assert held.client.reply().startswith("ok "), "the bus has passed on the calls"
+    wait_until(lambda: time.monotonic() >= held.resumes_at, "the end of the service is due")
+    signal_neighbour("bus", signal.SIGSTOP)
+    os.kill(held.pid, signal.SIGCONT)
+    wait_until_idle()
+    signal_neighbour("bus", signal.SIGCONT)
+    assert [held.client.reply() for _ in range(41)] == ["ok"] * 41
+    assert wait_for_end_of_service() == 0
+    held.client.close()

@@ -9,7 +9,8 @@ import time
 import pytest
 from bridge import (Watcher, assert_order, exit_statuses, item, log_of, publish,
                     set_device_topic_prefix, signal_neighbour, start_with)
-from bus_clients import ConfigurationClient
+from bus_clients import ConfigurationClient, request_text
+from configuration_api import checked_answer
 from publishing import configure_publication, event_filter, send_event, set_serial_number
 from waiting import DEADLINE_SECONDS
 
@@ -66,11 +67,13 @@ def test_a_device_topic_prefix_that_nobody_tells_is_empty(silence, clients, even
 
     silence(True)
     begin = time.monotonic()
-    clients[0].send('HandleRequest {"api":"tovrel","version":2,"operation":"get"}', "Sync")
+    request = request_text("get")
+    clients[0].send(f"HandleRequest {request}", "Sync")
     assert clients[0].reply().startswith("ok "), "the request is with the service"
     clients[1].send("GetMQTTToEventConfig", "SetEventToMQTTConfig onvif:A")
     publish("a/b", "meanwhile")
-    assert '"deviceTopicPrefix":""' in reply_after_the_limit(clients[0], begin)
+    answer = reply_after_the_limit(clients[0], begin).removeprefix("ok ")
+    assert checked_answer(request, answer)["data"]["deviceTopicPrefix"] == ""
     assert clients[1].reply() == f"ok a/b {Watcher.END_TOPIC}"
     assert clients[1].reply() == "ok 0"
     assert_order(log_of("tovrel"),
