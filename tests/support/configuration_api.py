@@ -21,6 +21,7 @@ MALFORMED_REQUEST = 1
 REQUEST_TOO_LARGE = 10
 LONGEST_REQUEST = 1_048_576
 DEEPEST_NESTING = 2048
+LONGEST_TEXT = 65_535
 # The bus carries them to nobody.
 NONCHARACTER = re.compile("[\ufdd0-\ufdef%s]" % "".join(
     chr(plane * 0x10000 + last) for plane in range(17) for last in (0xFFFE, 0xFFFF)))
@@ -62,22 +63,28 @@ def distinct_members(pairs):
     return dict(pairs)
 
 
-def check_texts(document):
-    """Raises ValueError for a text that cannot be in a request, and for one nested too deeply."""
+def texts_in(document):
+    """All texts and names in a document; raises ValueError for one that is nested too deeply."""
     rest = [(document, 1)]
     while rest:
         value, level = rest.pop()
         if isinstance(value, str):
-            value.encode()
-            if "\0" in value:
-                raise ValueError("a NUL character")
-            if NONCHARACTER.search(value):
-                raise ValueError("a noncharacter")
+            yield value
         elif isinstance(value, (dict, list)):
             if level > DEEPEST_NESTING:
                 raise ValueError("nested too deeply")
             inner = list(value) + list(value.values()) if isinstance(value, dict) else value
             rest += [(each, level + 1) for each in inner]
+
+
+def check_texts(document):
+    """Raises ValueError for a text that cannot be in a request, and for one nested too deeply."""
+    for text in texts_in(document):
+        text.encode()
+        if "\0" in text:
+            raise ValueError("a NUL character")
+        if NONCHARACTER.search(text):
+            raise ValueError("a noncharacter")
 
 
 def read_json(text):
@@ -135,9 +142,11 @@ class Document:
     def takes(self, request):
         """Whether the data of a request is what its operation takes."""
         operation = request["operation"]
-        return operation not in ("set", "add", "import") or self.fits(
-            request["data"],
-            {"$ref": f"#/definitions/{operation}_{self.place(request.get('path', []))[0]}"})
+        return operation not in ("set", "add", "import") or (
+            all(len(each.encode()) <= LONGEST_TEXT for each in texts_in(request["data"]))
+            and self.fits(
+                request["data"],
+                {"$ref": f"#/definitions/{operation}_{self.place(request.get('path', []))[0]}"}))
 
 
 # requests and answers
@@ -213,6 +222,8 @@ WRONG_DATA = [
     ('"operation":"remove","path":["subscription","0"]', "{}"),
     ('"operation":"set","path":["publication"],"data":{"topicPrefix":"x"}', "null"),
     ('"operation":"import","data":{"deviceTopicPrefix":""}', "null"),
+    ('"operation":"set","path":["subscription","0"],"data":{"topicFilter":"%s"}'
+     % ("a" * (LONGEST_TEXT + 1)), "null"),
 ]
 WRONG_SUCCESSES = [
     "", "null", "{", '{"api":"x"}', b'{"api":"\xff","version":1,"operation":"get"}',

@@ -194,6 +194,19 @@ TEST_F(HostileRequest, WithEndlessTextsGetsAShortAnswer)
     }
 }
 
+TEST_F(HostileRequest, MayHaveATextAsLongAsATopicInItsDataAndNoLonger)
+{
+    const auto add = [this](const std::string &species) {
+        return api.ask(R"({"api":"greenhouse","version":1,"operation":"add",)"
+                       R"("path":["house","0","plant"],"data":{"species":")" +
+                       species + R"("}})");
+    };
+    const std::string longest(DBH_MAX_TEXT_LENGTH, 'n');
+    EXPECT_EQ(add(longest), R"({"data":{"id":"1","species":")" + longest + R"("}})");
+    EXPECT_EQ(add(longest + "n"), R"({"error":{"code":5,"message":)"
+                                  R"("Property species: Value is longer than 65535 bytes"}})");
+}
+
 TEST_F(HostileRequest, WithAnEndlessPathIsRefused)
 {
     const std::string path = R"(["house")" + repeated(100'000, R"(,"0")") + "]";
