@@ -17,7 +17,7 @@ def printed_by(commands):
 
 
 def test_every_example_is_true_word_for_word():
-    set_device_topic_prefix("devices/d1")
+    set_device_topic_prefix("site/device")
     definitions = ""
     executed = {"json": 0, "console": 0}
     for kind, request, told in examples_in(PAGE, "tovrel"):
