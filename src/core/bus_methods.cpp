@@ -1,6 +1,7 @@
 #include "core/bus_methods.h"
 
 #include "core/bus_fields.h"
+#include "core/bus_text.h"
 #include "core/dbus_handler.h"
 #include "core/reply_limit.h"
 #include "interfaces/base_dbus_handler.h"
@@ -24,12 +25,12 @@ constexpr int UNEXPECTED = -EIO;
 
 /**
  * Lets sd-bus answer with an error once the method has returned the result of this. The bus daemon
- * would disconnect a sender of invalid UTF-8, so the text is made valid first.
+ * would disconnect a sender of invalid UTF-8, and sd-bus would send nothing for other characters
+ * that the bus does not carry, so the text is made fit first.
  */
 int failWith(sd_bus_error *error, const char *text)
 {
-    const GText valid(g_utf8_make_valid(text, -1));
-    return sd_bus_error_set(error, INTERNAL_ERROR, valid.get());
+    return sd_bus_error_set(error, INTERNAL_ERROR, sendableText(text).c_str());
 }
 
 int setMqttToEventConfig(sd_bus_message *message, void *data, sd_bus_error *error)
@@ -145,7 +146,7 @@ int handleRequest(sd_bus_message *message, void *data, sd_bus_error *error)
                        LOG_PREFIX, std::strlen(response.get()));
             return failWith(error, "Could not process request");
         }
-        return sd_bus_reply_method_return(message, "s", response.get());
+        return sd_bus_reply_method_return(message, "s", sendableJson(response.get()).c_str());
     });
 }
 

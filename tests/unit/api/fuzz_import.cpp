@@ -113,6 +113,7 @@ void checkTakenOver(Service &service, const OwnedJson &expected)
 
 void tryLine(Service &service, std::string_view line)
 {
+    line = line.substr(0, line.find('\0')); // where a request, which is a C text, would end
     const bool unsaved = take(line, "unsaved ");
     const bool replace = take(line, "replace ");
     const ConfigurationState before = service.bridge.state();

@@ -99,6 +99,13 @@ TEST_F(BusMethods, AnyRuntimeErrorOfListingItemsIsAnError)
     EXPECT_THAT(log.take(), ElementsAre(LogLine{256, "GetMQTTToEventConfig Error: caf\xE9"}));
 }
 
+TEST_F(BusMethods, AnErrorReachesTheCallerWithoutTheCharactersThatTheBusDoesNotCarry)
+{
+    EXPECT_CALL(handler, fillMQTTToEventConfigReply)
+        .WillOnce(Throw(std::runtime_error("a\uFDD0b\uFFFEc\U0010FFFF")));
+    EXPECT_EQ(answerTo(&handler, getItems), internalError("a\uFFFDb\uFFFDc\uFFFD"));
+}
+
 TEST_F(BusMethods, AnyLocalClientMayCallThem)
 {
     for (const auto &method :

@@ -1,6 +1,6 @@
 /**
- * Calls the legacy methods as an input says and compares answers and configuration with what the
- * calls ask for.
+ * Calls the methods on the bus as an input says and compares answers and configuration with what
+ * the calls ask for.
  *
  * An input is a list of steps, each a letter and what belongs to it; other letters are skipped.
  * Texts end with a zero byte, a number is one byte.
@@ -9,6 +9,7 @@
  *   g  lists the items.  e  lists the publication.
  *   T  lets the bridge throw at its next use: KIND TEXT.
  *   N  lets the next call expect no reply.
+ *   J  sends a request to the configuration API: TEXT.
  *   W  sends any bytes: METHOD OBJECT, the signature as TEXT, two numbers for the length, the body.
  */
 #include "interfaces/exceptions.h"
@@ -83,6 +84,8 @@ private:
             return;
         case 'W':
             return sendBytes();
+        case 'J':
+            return sendRequest();
         default:
             return;
         }
@@ -171,15 +174,36 @@ private:
         checkShown();
     }
 
-    /** Both lists show what the bridge has. */
+    /** A request to the configuration API, which changes the same configuration. */
+    void sendRequest()
+    {
+        const std::string request = input.text();
+        const bool hasReply = expectsReply;
+        const CallResult result = send({.interface = "com.norq.Mirel.Backend1",
+                                        .member = "HandleRequest",
+                                        .signature = "s",
+                                        .body = textBody(request)});
+        require(!result.endsService, "no request ends the service");
+        if (hasReply && isReadable(request)) {
+            responseOf(result);
+        }
+        checkShown();
+    }
+
+    /** Both lists show what the bridge has, or are errors when the bus does not carry its texts. */
     void checkShown()
     {
         expectsReply = true;
-        const CallResult items = send({.member = "GetMQTTToEventConfig"});
-        require(itemsOf(items) == itemsOf(service.bridge), "the items are listed");
-        const CallResult publication = send({.member = "GetEventToMQTTConfig"});
-        require(publicationOf(publication) == publicationOf(service.bridge),
-                "the publication is listed");
+        const auto items = itemsOf(service.bridge);
+        const CallResult itemsList = send({.member = "GetMQTTToEventConfig"});
+        require(isError(itemsList) != isReadable(items), "items are listed if they can be");
+        require(isError(itemsList) || itemsOf(itemsList) == items, "all items are listed");
+
+        const auto publication = publicationOf(service.bridge);
+        const CallResult settings = send({.member = "GetEventToMQTTConfig"});
+        require(isError(settings) != isReadable(publication), "it is listed if it can be");
+        require(isError(settings) || publicationOf(settings) == publication,
+                "the whole publication is listed");
     }
 
     void requireSaved()

@@ -1,6 +1,7 @@
 #include "unit/core/fuzz_model.h"
 
 #include "support/fuzz.h"
+#include "support/served_api.h"
 
 #include <norq/mqtt_messaging.h>
 
@@ -24,7 +25,17 @@ bool isNoncharacter(gunichar character)
            (character & END_OF_PLANE) == END_OF_PLANE;
 }
 
-/** Whether sd-bus hands a text over: it takes UTF-8 without noncharacters. */
+bool isAllowed(const WireItem &item)
+{
+    constexpr glong MOST_CHARACTERS = 1024;
+    const std::string &topic = item.topicFilter;
+    const bool hasWildcard = topic.find_first_of("#+") != std::string::npos;
+    return !topic.empty() && g_utf8_strlen(topic.c_str(), -1) <= MOST_CHARACTERS &&
+           !(item.isStateData && hasWildcard);
+}
+
+} // namespace
+
 bool isReadable(const std::string &text)
 {
     if (!g_utf8_validate(text.c_str(), static_cast<gssize>(text.size()), nullptr)) {
@@ -38,36 +49,25 @@ bool isReadable(const std::string &text)
     return true;
 }
 
-bool isReadable(const WireItem &item)
+bool isReadable(const std::vector<WireItem> &items)
 {
-    return isReadable(item.topicFilter);
+    return std::all_of(items.begin(), items.end(),
+                       [](const WireItem &item) { return isReadable(item.topicFilter); });
 }
 
-bool isAllowed(const WireItem &item)
+bool isReadable(const WirePublication &publication)
 {
-    constexpr glong MOST_CHARACTERS = 1024;
-    const std::string &topic = item.topicFilter;
-    const bool hasWildcard = topic.find_first_of("#+") != std::string::npos;
-    return !topic.empty() && g_utf8_strlen(topic.c_str(), -1) <= MOST_CHARACTERS &&
-           !(item.isStateData && hasWildcard);
+    return isReadable(publication.topicPrefixSetting) &&
+           isReadable(publication.customTopicPrefix) &&
+           std::all_of(publication.filters.begin(), publication.filters.end(),
+                       [](const WireFilter &filter) { return isReadable(filter.topicFilter); });
 }
-
-/** The reply, which is no error. */
-sd_bus_message *dataOf(const CallResult &result)
-{
-    require(result.reply && sd_bus_message_is_method_error(result.reply.get(), nullptr) == 0,
-            "the configuration is listed");
-    return result.reply.get();
-}
-
-} // namespace
 
 ItemsOutcome expectedOutcome(const std::vector<WireItem> &records)
 {
     constexpr std::int32_t REJECTED = -1;
     ItemsOutcome outcome;
-    if (!std::all_of(records.begin(), records.end(),
-                     [](const WireItem &item) { return isReadable(item); })) {
+    if (!isReadable(records)) {
         return outcome;
     }
     outcome.status = 0;
@@ -126,9 +126,24 @@ PublicationOutcome expectedOutcome(const WirePublication &sent)
     return outcome;
 }
 
+bool isError(const CallResult &result)
+{
+    return sd_bus_message_is_method_error(result.reply.get(), nullptr) > 0;
+}
+
+std::string responseOf(const CallResult &result)
+{
+    std::string response;
+    require(!isError(result) && readFields(result.reply.get(), response) > 0,
+            "every request has a response");
+    const OwnedJson json(json_loads(response.c_str(), JSON_ALLOW_NUL, nullptr));
+    require(json_object_size(json.get()) == 1, "a response is data or an error");
+    return response;
+}
+
 std::optional<std::int32_t> statusOf(const CallResult &result)
 {
-    if (sd_bus_message_is_method_error(result.reply.get(), nullptr) > 0) {
+    if (isError(result)) {
         return {};
     }
     Answer answer;
@@ -151,7 +166,7 @@ std::vector<WireItem> itemsOf(const KeepingBridge &bridge)
 std::vector<WireItem> itemsOf(const CallResult &result)
 {
     Answer answer;
-    LegacyClient::readItems(dataOf(result), answer);
+    LegacyClient::readItems(result.reply.get(), answer);
     return answer.items;
 }
 
@@ -177,7 +192,7 @@ WirePublication publicationOf(const KeepingBridge &bridge)
 WirePublication publicationOf(const CallResult &result)
 {
     Answer answer;
-    LegacyClient::readPublication(dataOf(result), answer);
+    LegacyClient::readPublication(result.reply.get(), answer);
     return answer.publication;
 }
 

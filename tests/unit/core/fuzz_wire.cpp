@@ -78,7 +78,7 @@ std::string messageBytes(const WireCall &call, std::uint32_t serial)
     constexpr unsigned int NO_REPLY_EXPECTED = 1;
     constexpr unsigned int PROTOCOL = 1;
     std::vector<HeaderField> fields{
-        {1, 'o', call.path}, {2, 's', "com.norq.Tovrel1"}, {3, 's', call.member}};
+        {1, 'o', call.path}, {2, 's', call.interface}, {3, 's', call.member}};
     if (!call.signature.empty()) {
         fields.push_back({8, 'g', call.signature});
     }
@@ -97,6 +97,13 @@ std::string messageBytes(const WireCall &call, std::uint32_t serial)
     });
     writer.align(STRUCT_ALIGNMENT);
     return writer.bytes + call.body;
+}
+
+std::string textBody(const std::string &text)
+{
+    WireWriter writer;
+    writer.text(text);
+    return writer.bytes;
 }
 
 std::string itemsBody(const std::vector<WireItem> &items)

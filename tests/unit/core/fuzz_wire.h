@@ -16,6 +16,7 @@ namespace tovrel::test {
 /** A call as it is to be sent. */
 struct WireCall {
     std::string path = "/com/norq/Tovrel1";
+    std::string interface = "com.norq.Tovrel1";
     std::string member = {};
     std::string signature = {};
     std::string body = {};
@@ -24,6 +25,9 @@ struct WireCall {
 
 /** The bytes of a call. The serial, not 0, comes back in its reply. */
 std::string messageBytes(const WireCall &call, std::uint32_t serial);
+
+/** The body of a call with one text. */
+std::string textBody(const std::string &text);
 
 /** The body of a call that replaces the items. */
 std::string itemsBody(const std::vector<WireItem> &items);
