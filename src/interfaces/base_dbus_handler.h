@@ -22,7 +22,8 @@ public:
     /**
      * Body of the legacy method that replaces the MQTT-to-event items: reads them from `message`
      * and sends the reply itself. Returns the sd-bus result of sending. Throws SdBusException, with
-     * too many items NoSuchConfigException, and what the bridge throws but SubscribeConfigException.
+     * too many items NoSuchConfigException, and what the bridge throws but
+     * SubscribeConfigException.
      */
     virtual int handleSetMQTTToEventConfig(sd_bus_message *message, sd_bus_error *error) = 0;
 
