@@ -6,8 +6,8 @@ import stat
 
 import pytest
 from bridge import (ETC, ITEMS, LEGACY_ITEMS, Watcher, call_service, control, declarations,
-                    exit_statuses, item, log_of, publish, start_with, wait_for_log,
-                    wait_for_subscription)
+                    exit_statuses, item, log_of, publish, start_with, wait_for_end_of_service,
+                    wait_for_log, wait_for_subscription)
 from waiting import wait_until
 
 END = Watcher.END_ITEM
@@ -25,7 +25,7 @@ def test_the_configuration_outlives_a_kill(events):
     start_with(item(0, "a/b"), END)
     before = ITEMS.read_text()
     control("kill", "tovrel")
-    assert exit_statuses() == [128 + signal.SIGKILL]
+    assert wait_for_end_of_service() == 128 + signal.SIGKILL
     start_with(item(0, "a/b"), END)
     publish("a/b", "after the kill")
     assert [event.payload for event in events.all_so_far()] == ["after the kill"]

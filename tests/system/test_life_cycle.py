@@ -104,7 +104,7 @@ def test_the_loss_of_the_system_bus_is_an_error_and_ends_the_service_with_1():
 def test_the_service_does_not_handle_sigterm_while_it_works():
     start_with(END)
     control("stop", "tovrel")
-    assert exit_statuses() == [128 + 15]
+    assert wait_for_end_of_service() == 128 + 15
 
 
 def test_without_the_device_services_the_service_works_and_says_what_it_misses(events):

@@ -183,7 +183,7 @@ def test_replies_that_the_bus_takes_late_are_not_lost_with_the_end_of_the_servic
     wait_until(lambda: time.monotonic() >= held.resumes_at, "the end of the service is due")
     signal_neighbour("bus", signal.SIGSTOP)
     os.kill(held.pid, signal.SIGCONT)
-    wait_until_idle()
+    wait_until_idle(held.pid)
     signal_neighbour("bus", signal.SIGCONT)
     assert [held.client.reply() for _ in range(41)] == ["ok"] * 41
     assert wait_for_end_of_service() == 0

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
+#include <system_error>
 
 namespace clients {
 
@@ -17,7 +17,7 @@ constexpr const char *API_INTERFACE = "com.norq.Mirel.Backend1";
 [[noreturn]] void giveUp(const std::string &why)
 {
     std::fprintf(stderr, "%s\n", why.c_str());
-    std::exit(2);
+    std::_Exit(2);
 }
 
 Message newMethodCall(sd_bus *bus, const char *interface, const std::string &method)
@@ -103,7 +103,7 @@ std::string filtersOf(sd_bus_message *reply)
 int require(int result, const char *step)
 {
     if (result < 0) {
-        giveUp(std::string(step) + ": " + std::strerror(-result));
+        giveUp(std::string(step) + ": " + std::generic_category().message(-result));
     }
     return result;
 }
