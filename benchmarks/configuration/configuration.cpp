@@ -23,6 +23,8 @@
 #include <norq/confutils.h>
 #include <sys/vfs.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -37,8 +39,8 @@ namespace {
 using namespace configuration;
 
 constexpr const char *FOLDER = "/etc/tovrel";
-constexpr const char *FILES[]{"/etc/tovrel/event_to_mqtt_v2.conf",
-                              "/etc/tovrel/subscriptions_v2.conf"};
+constexpr std::array<const char *, 2> FILES{"/etc/tovrel/event_to_mqtt_v2.conf",
+                                            "/etc/tovrel/subscriptions_v2.conf"};
 
 void printHead(const std::string &title)
 {

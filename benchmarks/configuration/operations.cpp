@@ -52,10 +52,12 @@ Operation apiRequest(const std::string &name, const std::function<std::string(in
     return operation;
 }
 
-Operation apiRequest(const std::string &name, const std::string &text)
+/** The same request each time. */
+Operation apiRequest(const std::string &name, const std::string &text, bool changes = false,
+                     const std::string &expected = DONE)
 {
     return apiRequest(
-        name, [text](int) { return text; }, false);
+        name, [text](int) -> std::string { return text; }, changes, expected);
 }
 
 std::size_t checkStatus(sd_bus_message *answer)
@@ -205,10 +207,8 @@ Operation ping()
 
 Operation importing(const std::string &name, int count, bool replace, Items items)
 {
-    const std::string text = importRequest(count, replace, items);
-    return apiRequest(
-        name, [text](int) { return text; }, items != Items::LAST_BAD,
-        items == Items::LAST_BAD ? BAD_ITEM : DONE);
+    return apiRequest(name, importRequest(count, replace, items), items != Items::LAST_BAD,
+                      items == Items::LAST_BAD ? BAD_ITEM : DONE);
 }
 
 std::vector<Operation> allOperations(int count)
