@@ -15,13 +15,14 @@ const std::string &tooLong()
     return text;
 }
 
-TEST_F(LegacyMethods, AnswerUpToTheLimitOfAReply)
+TEST(ReplySize, IsTheSumOfAllTexts)
 {
-    offerItems();
-    items.setSubscription("0", tooLong().substr(1), false, 0, false);
-    Answer expected;
-    expected.items = {{tooLong().substr(1), false, 0, false}};
-    EXPECT_EQ(getItems(), expected);
+    ReplySize size;
+    EXPECT_EQ(size.add({}), 0);
+    EXPECT_EQ(size.add({"a", tooLong().substr(2)}), 0);
+    EXPECT_EQ(size.add({""}), 0);
+    EXPECT_EQ(size.add({"a"}), -EMSGSIZE);
+    EXPECT_EQ(size.add({""}), -EMSGSIZE);
 }
 
 TEST_F(LegacyMethods, MoreItemsThanAReplyHoldsAreAnError)
