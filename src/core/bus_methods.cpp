@@ -146,7 +146,7 @@ int handleRequest(sd_bus_message *message, void *data, sd_bus_error *error)
                        LOG_PREFIX, std::strlen(response.get()));
             return failWith(error, "Could not process request");
         }
-        return sd_bus_reply_method_return(message, "s", sendableJson(response.get()).c_str());
+        return sd_bus_reply_method_return(message, "s", response.get());
     });
 }
 

@@ -1,6 +1,6 @@
 /**
  * Texts in the form that the bus carries: sd-bus refuses the noncharacters of Unicode (U+FFFE and
- * the like), which are valid UTF-8 all the same. A reply with one would never reach its caller.
+ * the like), which are valid UTF-8 all the same. An error with one would never reach its caller.
  */
 #pragma once
 
@@ -10,8 +10,5 @@ namespace tovrel {
 
 /** A text for a reader: what cannot be sent, also invalid UTF-8, has become U+FFFD. */
 std::string sendableText(const char *text);
-
-/** JSON with the same value: noncharacters, which stand in its strings only, are escaped. */
-std::string sendableJson(const char *json);
 
 } // namespace tovrel

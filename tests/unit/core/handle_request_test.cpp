@@ -59,16 +59,6 @@ TEST_F(HandleRequest, CarriesTextInAndOut)
     EXPECT_THAT(log.take(), IsEmpty());
 }
 
-TEST_F(HandleRequest, CharactersThatTheBusDoesNotCarryAreEscapedInTheResponse)
-{
-    fakeDbh().answer = [](const std::string &) {
-        return "{\"data\":\"\uFDCF\uFDD0\uFDEF\uFDF0 \uFFFD\uFFFE\uFFFF \U0001FFFE\U0010FFFF\"}";
-    };
-    EXPECT_EQ(answerTo("{}"), "{\"data\":\"\uFDCF\\ufdd0\\ufdef\uFDF0 \uFFFD\\ufffe\\uffff "
-                              "\\ud83f\\udffe\\udbff\\udfff\"}");
-    EXPECT_THAT(log.take(), IsEmpty());
-}
-
 TEST_F(HandleRequest, ARequestThatCannotBeProcessedIsAnError)
 {
     EXPECT_EQ(answerTo("{}"), "com.norq.Tovrel1.InternalError: Could not process request");
