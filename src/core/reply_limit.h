@@ -9,11 +9,12 @@
 namespace tovrel {
 
 /**
- * Bytes of text in one reply, at most. The bus daemon disconnects whoever sends a message of more
- * than 32 MiB; what is left of these is for what stands around the texts. Only a configuration
- * that was filled on purpose comes near: a client that does so must not end the service for all.
+ * Bytes of text in one reply, at most: 24 MiB. The bus daemon disconnects whoever sends a message
+ * of more than 32 MiB; what is left of these is for what stands around the texts. Only a
+ * configuration that was filled on purpose comes near: a client that does so must not end the
+ * service for all.
  */
-inline constexpr std::size_t MOST_REPLY_BYTES = 24U * 1024 * 1024;
+inline constexpr std::size_t MOST_REPLY_BYTES = 25'165'824;
 
 /** Adds up the texts of a reply. */
 class ReplySize {
