@@ -2,8 +2,13 @@
 add_library(event_json_events STATIC json_events.cpp)
 target_link_libraries(event_json_events PUBLIC norq::event PRIVATE tovrel::options)
 
+# A thread sanitizer brings an allocator along that no program may replace; rendering has no threads.
+set(event_json_tests json_test.cpp)
+if(NOT TOVREL_SANITIZE STREQUAL "thread")
+    list(APPEND event_json_tests json_memory_test.cpp)
+endif()
 tovrel_add_test(event_json_test LABEL platform
-    SOURCES json_memory_test.cpp json_test.cpp
+    SOURCES ${event_json_tests}
     LINKS event_json_events test_support PkgConfig::JANSSON)
 target_compile_definitions(event_json_test PRIVATE
     EVENT_JSON_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/event-json.md")
