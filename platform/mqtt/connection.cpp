@@ -296,7 +296,11 @@ void Connection::watchTime(BrokerLink &link)
     } else {
         keepalive.pinged(time);
     }
-    check(link, link.write());
+    if (check(link, link.write())) {
+        // Not when the loop comes round: then a keepalive time may have passed, and would count
+        // anew.
+        noteWrites(link);
+    }
 }
 
 void Connection::fail(BrokerLink &link, const std::string &reason)
