@@ -30,8 +30,8 @@ void allowOwnName()
 {
     const std::string name = OWN_NAME;
     writeFile(fromSandbox("SANDBOX_DIR") + "/system.d/" + name + ".conf",
-              "<busconfig><policy user=\"root\"><allow own=\"" + name +
-                  "\"/></policy><policy context=\"default\"><allow send_destination=\"" + name +
+              R"(<busconfig><policy user="root"><allow own=")" + name +
+                  R"("/></policy><policy context="default"><allow send_destination=")" + name +
                   "\"/></policy></busconfig>\n");
     const Bus bus = openBus();
     checked(sd_bus_call_method(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",

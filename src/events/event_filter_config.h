@@ -29,7 +29,7 @@ using TopicSegments = std::vector<std::pair<std::string, std::string>>;
  */
 inline constexpr std::size_t MOST_TOPIC_SEGMENTS = EVENT_MAX_KEYS;
 /** Bytes of all names and namespaces; each of the two is limited by itself at the service. */
-inline constexpr std::size_t MOST_TOPIC_BYTES = 2 * EVENT_MAX_SIZE;
+inline constexpr std::size_t MOST_TOPIC_BYTES = std::size_t{2} * EVENT_MAX_SIZE;
 
 /** A topic filter in its parts. */
 struct ParsedTopicFilter {
