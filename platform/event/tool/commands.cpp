@@ -1,6 +1,6 @@
 #include "event/tool/commands.h"
 
-#include "event/tool/command_line.h"
+#include "command_line/command_line.h"
 #include "event/tool/declaration_text.h"
 #include "event/tool/failure.h"
 #include "event/tool/send_session.h"
@@ -17,6 +17,8 @@
 #include <string_view>
 
 namespace norq::tool {
+
+using command_line::CommandLine;
 
 namespace {
 
@@ -86,7 +88,7 @@ bool isCommand(std::string_view word)
 int runList(const std::vector<std::string> &words)
 {
     bool json = false;
-    CommandLine line("list", "", "Prints the declarations of all producers.",
+    CommandLine line("norq-event", "list", "", "Prints the declarations of all producers.",
                      "Exit status: 0 printed, 1 wrong usage or a failure.");
     line.flag("json", "Print the JSON text of the event service", json);
     line.parse(words);

@@ -1,6 +1,8 @@
 /** How the tool ends, and the two kinds of failure that its commands throw. */
 #pragma once
 
+#include "command_line/usage_error.h"
+
 #include <stdexcept>
 
 namespace norq::tool {
@@ -12,11 +14,7 @@ enum ExitStatus : int {
     EXIT_TIMED_OUT = 3 /**< the time was over before the wanted number of events came */
 };
 
-/** The command line is wrong; the message tells the person what to write instead. */
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+using command_line::UsageError;
 
 /** What was asked for cannot be done. */
 class Failure : public std::runtime_error {

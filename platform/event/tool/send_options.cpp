@@ -1,13 +1,15 @@
 #include "event/tool/send_options.h"
 
+#include "command_line/command_line.h"
 #include "event/json_topic.h"
-#include "event/tool/command_line.h"
 #include "event/tool/failure.h"
 #include "event/tool/topic.h"
 
 #include <algorithm>
 
 namespace norq::tool {
+
+using command_line::CommandLine;
 
 namespace {
 
@@ -51,7 +53,7 @@ struct Given {
 Given parseWords(const std::vector<std::string> &words, SendOptions &options)
 {
     Given given;
-    CommandLine line("send", "KEY[@NS][:TYPE]=VALUE...", SUMMARY, DESCRIPTION);
+    CommandLine line("norq-event", "send", "KEY[@NS][:TYPE]=VALUE...", SUMMARY, DESCRIPTION);
     line.text("topic", "NS:LEVEL/...", "Set topic0, topic1, ... of the event", given.topic);
     line.texts("tag", "KEY=TAG", "Tag a key, e.g. index=onvif-source; may be repeated", given.tags);
     line.text("property", "KEY", "Declare a property event with this state key", options.property);

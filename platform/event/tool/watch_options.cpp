@@ -1,12 +1,14 @@
 #include "event/tool/watch_options.h"
 
-#include "event/tool/command_line.h"
+#include "command_line/command_line.h"
 #include "event/tool/failure.h"
 #include "event/tool/item.h"
 
 #include <optional>
 
 namespace norq::tool {
+
+using command_line::CommandLine;
 
 namespace {
 
@@ -49,7 +51,7 @@ WatchOptions parseWatchOptions(const std::vector<std::string> &words)
     std::vector<std::string> matches;
     std::vector<std::string> nameSpaces;
 
-    CommandLine line("watch", "", SUMMARY, DESCRIPTION);
+    CommandLine line("norq-event", "watch", "", SUMMARY, DESCRIPTION);
     line.text("topic", "FILTER", "Events of this topic", topic);
     line.texts("match", "KEY=VALUE", "Events in which KEY has VALUE; may be repeated", matches);
     line.texts("namespace", "KEY=NS", "Events in which KEY is in NS; may be repeated", nameSpaces);

@@ -1,15 +1,25 @@
-#include "event/tool/command_line.h"
+#include "command_line/command_line.h"
 
-#include "event/tool/failure.h"
-#include "event/tool/handles.h"
+#include "command_line/usage_error.h"
 
 #include <charconv>
+#include <memory>
 #include <system_error>
 #include <utility>
 
-namespace norq::tool {
+namespace command_line {
 
 namespace {
+
+struct Free {
+    void operator()(char **texts) const { g_strfreev(texts); }
+    void operator()(GError *error) const { g_error_free(error); }
+    void operator()(GOptionContext *context) const { g_option_context_free(context); }
+};
+
+using TextArray = std::unique_ptr<char *, Free>;
+using ErrorHandle = std::unique_ptr<GError, Free>;
+using OptionContext = std::unique_ptr<GOptionContext, Free>;
 
 unsigned int parseNumber(const std::string &option, const std::string &text, unsigned int largest)
 {
@@ -45,9 +55,10 @@ TextArray arrayOf(const std::string &first, const std::vector<std::string> &word
 
 } // namespace
 
-CommandLine::CommandLine(std::string command, std::string following, std::string purpose,
-                         std::string details)
-    : name(std::move(command)),
+CommandLine::CommandLine(std::string programName, std::string command, std::string following,
+                         std::string purpose, std::string details)
+    : program(std::move(programName)),
+      name(std::move(command)),
       arguments(std::move(following)),
       summary(std::move(purpose)),
       description(std::move(details))
@@ -107,7 +118,7 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
              [&rest](const std::vector<std::string> &values) { rest = values; });
     entries.push_back({});
 
-    g_set_prgname(("norq-event " + name).c_str());
+    g_set_prgname((program + " " + name).c_str());
     const OptionContext context(g_option_context_new(arguments.c_str()));
     g_option_context_set_summary(context.get(), summary.c_str());
     g_option_context_set_description(context.get(), description.c_str());
@@ -140,4 +151,4 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
     return rest;
 }
 
-} // namespace norq::tool
+} // namespace command_line

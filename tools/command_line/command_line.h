@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace norq::tool {
+namespace command_line {
 
 /**
  * Collects the options of a command, then parses a command line. The targets are written by
@@ -20,13 +20,14 @@ namespace norq::tool {
 class CommandLine {
 public:
     /**
+     * @param program   the program, shown in the help
      * @param command   the command, shown in usage and errors
      * @param following what follows the options, for the usage line; empty: nothing may follow
      * @param purpose   what the command does, above the options in the help
      * @param details   below the options
      */
-    CommandLine(std::string command, std::string following, std::string purpose,
-                std::string details);
+    CommandLine(std::string program, std::string command, std::string following,
+                std::string purpose, std::string details);
 
     void flag(const char *option, const char *help, bool &target);
     void text(const char *option, const char *argument, const char *help,
@@ -57,6 +58,7 @@ private:
     void addTexts(const char *option, const char *argument, const char *help,
                   std::function<void(const std::vector<std::string> &)> take);
 
+    std::string program;
     std::string name;
     std::string arguments;
     std::string summary;
@@ -66,4 +68,4 @@ private:
     std::deque<Flag> flagStorage;
 };
 
-} // namespace norq::tool
+} // namespace command_line

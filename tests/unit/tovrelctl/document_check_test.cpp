@@ -1,0 +1,98 @@
+/** What is wrong with a document is found before the service gets it. */
+#include "tovrelctl/document.h"
+#include "tovrelctl/failure.h"
+#include "unit/tovrelctl/parsed.h"
+
+#include <string>
+
+namespace tovrelctl::test {
+
+namespace {
+
+std::string findingOf(const std::string &document)
+{
+    try {
+        checkDocument(parsed(document).get());
+    } catch (const Failure &finding) {
+        return finding.what();
+    }
+    return {};
+}
+
+std::string subscriptions(const std::string &items)
+{
+    return R"({"subscription":)" + items + "}";
+}
+
+TEST(DocumentCheck, TakesWhatTheServiceExports)
+{
+    EXPECT_EQ(findingOf("{}"), "");
+    EXPECT_EQ(findingOf(R"({"subscription":[],"publication":{}})"), "");
+    EXPECT_EQ(
+        findingOf(
+            R"({"subscription":[{"id":"255","topicFilter":"a/#","qos":"QOS_2","isStateData":false,)"
+            R"("useDeviceTopicPrefix":true}],"publication":{"topicPrefix":"none",)"
+            R"("customTopicPrefix":"x","appendEventTopic":true,"includeTopicNamespaces":false,)"
+            R"("includeSerialNumberInPayload":true,"eventFilter":[{"id":"0","topicFilter":"//.",)"
+            R"("qos":"QOS_0","retain":"all"}]}})"),
+        "");
+}
+
+TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong)
+{
+    const std::pair<std::string, const char *> cases[] = {
+        {"[]", "document: a JSON object is expected"},
+        {R"({"deviceTopicPrefix":"x"})", "document: unknown field 'deviceTopicPrefix'"},
+        {R"({"publication":[]})", "publication: a JSON object is expected"},
+        {R"({"publication":{"topicPrefix":"other"}})",
+         "publication.topicPrefix: one of default, custom, none is expected"},
+        {R"({"publication":{"appendEventTopic":"yes"}})",
+         "publication.appendEventTopic: true or false is expected"},
+        {R"({"publication":{"customTopicPrefix":null}})",
+         "publication.customTopicPrefix: a text is expected"},
+        {R"({"publication":{"eventFilter":{}}})",
+         "publication.eventFilter: a JSON array is expected"},
+        {R"({"publication":{"eventFilter":[{"id":"1","retain":"some"}]}})",
+         "publication.eventFilter[0].retain: one of none, property, all is expected"},
+        {subscriptions("{}"), "subscription: a JSON array is expected"},
+        {subscriptions("[1]"), "subscription[0]: a JSON object is expected"},
+        {subscriptions(R"([{"id":"1"},{"id":"2","qos":1}])"),
+         "subscription[1].qos: one of QOS_0, QOS_1, QOS_2 is expected"},
+        {subscriptions(R"([{"id":"1"},{"id":"1"}])"), "subscription[1]: the id 1 stands twice"},
+        {subscriptions(R"([{"id":"1","topicFilter":"a\nb"}])"),
+         "subscription[0].topicFilter: a line feed is not possible"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(findingOf(one.first), one.second) << one.first;
+    }
+}
+
+TEST(DocumentCheck, TakesOnlyIdsAsTheServiceWritesThem)
+{
+    for (const char *id : {R"("0")", R"("9")", R"("10")", R"("255")"}) {
+        EXPECT_EQ(findingOf(subscriptions(std::string(R"([{"id":)") + id + "}]")), "") << id;
+    }
+    for (const char *id : {R"("")", R"("256")", R"("-1")", R"("007")", R"("00")", R"("1 ")",
+                           R"("1a")", R"("1000000000000000000000")", "1", "null"}) {
+        EXPECT_EQ(findingOf(subscriptions(std::string(R"([{"id":)") + id + "}]")),
+                  "subscription[0]: 'id' has to be a text with a number from 0 to 255")
+            << id;
+    }
+    EXPECT_EQ(findingOf(subscriptions("[{}]")),
+              "subscription[0]: 'id' has to be a text with a number from 0 to 255");
+}
+
+TEST(DocumentCheck, TakesNoMoreThan256Items)
+{
+    std::string items;
+    for (int id = 0; id < 256; ++id) {
+        items += (items.empty() ? "" : ",") + (R"({"id":")" + std::to_string(id)) + R"("})";
+    }
+    EXPECT_EQ(findingOf(subscriptions("[" + items + "]")), "");
+    EXPECT_EQ(findingOf(subscriptions("[" + items + ",{}]")),
+              "subscription: there are more than 256 items");
+}
+
+} // namespace
+
+} // namespace tovrelctl::test

@@ -1,0 +1,64 @@
+/** The words of the command line and the fields of the configuration's document. */
+#pragma once
+
+#include "tovrelctl/json.h"
+
+#include <array>
+#include <string>
+
+namespace tovrelctl {
+
+/** What a field holds. */
+enum class Kind { TEXT, TRUTH, CHOICE };
+
+/** One field of the document. */
+struct Field {
+    const char *name;
+    Kind kind;
+    /** The texts of a CHOICE, ended by NULL. */
+    std::array<const char *, 4> choices{};
+};
+
+/** The settings of "publication", in the order of the document. */
+inline constexpr std::array<Field, 5> SETTINGS{{
+    {"topicPrefix", Kind::CHOICE, {"default", "custom", "none"}},
+    {"customTopicPrefix", Kind::TEXT},
+    {"appendEventTopic", Kind::TRUTH},
+    {"includeTopicNamespaces", Kind::TRUTH},
+    {"includeSerialNumberInPayload", Kind::TRUTH},
+}};
+
+/** The fields of an item of "subscription", without its id. */
+inline constexpr std::array<Field, 4> SUBSCRIPTION_FIELDS{{
+    {"topicFilter", Kind::TEXT},
+    {"qos", Kind::CHOICE, {"QOS_0", "QOS_1", "QOS_2"}},
+    {"isStateData", Kind::TRUTH},
+    {"useDeviceTopicPrefix", Kind::TRUTH},
+}};
+
+/** The fields of an item of "eventFilter", without its id. */
+inline constexpr std::array<Field, 3> FILTER_FIELDS{{
+    {"topicFilter", Kind::TEXT},
+    {"qos", Kind::CHOICE, {"QOS_0", "QOS_1", "QOS_2"}},
+    {"retain", Kind::CHOICE, {"none", "property", "all"}},
+}};
+
+/** Can only be read; stands beside the settings where they are shown. */
+inline constexpr const char *DEVICE_TOPIC_PREFIX = "deviceTopicPrefix";
+
+/** The setting of a name; throws UsageError with all names for an unknown one. */
+const Field &settingOf(const std::string &name);
+
+/** The value of a field as it is written on the command line. Throws UsageError. */
+Json parseValue(const Field &field, const std::string &text);
+
+/** "QOS_1" of "1". Throws UsageError. */
+Json parseQos(const std::string &text);
+
+/** Whether a value may stand in a field of the document. */
+bool fits(const Field &field, const json_t *value);
+
+/** What a field may hold, for people: "one of default, custom, none". */
+std::string expectation(const Field &field);
+
+} // namespace tovrelctl
