@@ -17,7 +17,7 @@ from waiting import wait_until
 
 # The bounds: of the service's own queue, and of what the MQTT client accepts (set below).
 QUEUED_EVENTS = 1024
-CLIENT_MESSAGES = 4000
+CLIENT_MESSAGES = 2000
 # Messages of QoS 1 that the MQTT client has under way at a time.
 IN_FLIGHT = 200
 # A silent broker is given up after twice the keepalive, which is set to the shortest there is.
@@ -25,6 +25,7 @@ KEEPALIVE = 5
 OVERFLOW = "Too many queued events, dropping the oldest one"
 REFUSED = "Got response code 6 when publishing MQTT message"
 LOST = "MQTT: disconnected"
+FELL_BEHIND = "does not keep up, dropping its oldest events"
 # What the address sanitizer keeps of the memory that was freed.
 QUARANTINE_BYTES = 256 * 1024 * 1024
 
@@ -91,10 +92,13 @@ class Outage:
 
     def happen(self, go_away, come_back):
         """All that is sent up to its end has arrived at its end, as far as it arrives at all."""
+        # What the MQTT client refuses before the outage would be taken for lost in it.
+        self.stream.ahead = RATE
         self.stream.run()
         self.arrivals.wait_for(2 * RATE)
         self.memory_before = memory("VmRSS")
         go_away()
+        self.stream.ahead = None
         self.last_before = self.arrivals.last()
         self.log.wait_for(LOST)
         self.log.wait_for(OVERFLOW)
@@ -103,12 +107,13 @@ class Outage:
         wait_until_idle()
         come_back()
         self.arrivals.wait_for(self.last_queued)
+        self.stream.ahead = RATE
         self.stream.run()
         self.wait_for_more_events()
         self.last = self.stream.pause()
         self.arrivals.wait_for(self.last)
         self.numbers = self.arrivals.first_times()
-        print("missing:", gaps(self.numbers), "again:", self.arrivals.times_again())
+        print("before:", self.last_before, "missing:", gaps(self.numbers), "again:", self.arrivals.times_again())
 
     def wait_for_more_events(self):
         wanted = self.stream.sent + RATE
@@ -120,22 +125,26 @@ class Outage:
         assert self.numbers[-1] == self.last
         assert log_of("tovrel").count(OVERFLOW) == 1
 
-    def assert_the_client_kept_no_more_than_it_may(self):
+    def kept_by_the_client(self):
         """What was accepted before it noticed, and was published when the broker was back."""
         newest = self.last_queued - QUEUED_EVENTS
-        kept = [number for number in self.numbers if self.last_before < number <= newest]
-        assert len(kept) <= CLIENT_MESSAGES
+        return sum(self.last_before < number <= newest for number in self.numbers)
+
+    def assert_the_client_kept_no_more_than_it_may(self):
+        assert self.kept_by_the_client() <= CLIENT_MESSAGES
 
     def assert_nothing_accepted_was_lost(self):
-        """All that is missing was refused by the MQTT client, or dropped from the full queue."""
-        ((first, last),) = gaps(self.numbers)
+        """All that is missing was refused by the MQTT client, or dropped from a full queue."""
+        missing = gaps(self.numbers)
         refused = log_of("tovrel").count(REFUSED)
-        assert first + refused <= last
+        assert refused <= sum(last - first + 1 for first, last in missing)
         if refused:
             # The client counts until the broker's confirmation has come, which may be what was lost.
             unconfirmed = sum(again and number <= self.last_before
                               for number, again in self.arrivals.messages)
-            assert first == self.last_before + 1 + CLIENT_MESSAGES - unconfirmed
+            assert self.kept_by_the_client() == CLIENT_MESSAGES - unconfirmed
+        # On a machine too busy for the stream the event service's queue is the first to be full.
+        assert len(missing) == 1 or FELL_BEHIND in log_of("eventd")
 
     def assert_nothing_was_published_twice(self):
         """
