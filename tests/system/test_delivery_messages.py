@@ -1,7 +1,10 @@
 """What is promised about messages as events, line by line of docs/delivery.md, across outages."""
 
-from bridge import (Watcher, control, declarations, item, publish, start_with, times_subscribed,
-                    wait_for_log, wait_for_subscription)
+import signal
+
+from bridge import (Watcher, call_service, control, declarations, item, log_of, publish,
+                    publish_lines, signal_neighbour, start_with, times_subscribed, wait_for_log,
+                    wait_for_subscription)
 from publishing import wait_for_connection
 from relay import SETTINGS
 from waiting import wait_until
@@ -46,3 +49,20 @@ def test_m11_a_persistent_session_keeps_messages_while_the_connection_is_down(ev
 
 def test_m11_a_clean_session_keeps_no_messages_while_the_connection_is_down(events, relay):
     assert arrived_after_a_break(events, relay, True) == []
+
+
+def test_m12_what_was_received_and_is_no_event_yet_is_lost_with_a_crash(events):
+    start_with(item(0, "a/b", qos=1), END)
+    before = times_subscribed(Watcher.END_TOPIC)
+    # More than the way to an event service that takes nothing holds.
+    signal_neighbour("eventd", signal.SIGSTOP)
+    publish_lines("a/b", [f"{number:01000}" for number in range(3000)], "-q", "1")
+    wait_until(lambda: log_of("broker").count("Received PUBACK from norq-") == 3000,
+               "the service has received every message")
+    control("kill", "tovrel")
+    signal_neighbour("eventd", signal.SIGCONT)
+    call_service()
+    wait_for_subscription(Watcher.END_TOPIC, before)
+    told = [int(event.payload) for event in events.all_so_far()]
+    assert told == list(range(len(told)))
+    assert len(told) < 3000
