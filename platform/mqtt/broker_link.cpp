@@ -6,6 +6,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <mutex>
@@ -97,7 +98,7 @@ BrokerLink::BrokerLink(const MqttSettings &configured, const std::string &client
         const MqttWillSettings &will = *settings.will;
         require(mosquitto_will_set(client.get(), will.topic.c_str(),
                                    static_cast<int>(will.payload.size()), will.payload.data(),
-                                   will.qos, will.retain),
+                                   std::min(will.qos, settings.maximumQos), will.retain),
                 "last will");
     }
     setCallbacks();

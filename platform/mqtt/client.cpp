@@ -1,5 +1,6 @@
 #include "mqtt/client.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace norq::mqtt {
@@ -105,7 +106,8 @@ Verdict Client::publish(std::string_view topic, bool usePrefix, std::string_view
     if (verdict = parts.outbound->checkRoom(completed.size() + payload.size()); !verdict.ok()) {
         return verdict;
     }
-    verdict = parts.outbound->push({std::move(completed), std::string(payload), qos, retain});
+    verdict = parts.outbound->push({std::move(completed), std::string(payload),
+                                    std::min(qos, parts.settings.maximumQos), retain});
     if (verdict.ok()) {
         parts.wake->signal();
     }

@@ -155,7 +155,7 @@ void Connection::beginAttempt(BrokerLink &link)
 bool Connection::check(BrokerLink &link, int code)
 {
     if (code != MOSQ_ERR_SUCCESS) {
-        fail(link, refusal.empty() ? link.reason(code) : refusal);
+        fail(link, refusal.empty() ? reasonOf(link, code) : refusal);
         return false;
     }
     if (link.fd() < 0) {
@@ -163,6 +163,17 @@ bool Connection::check(BrokerLink &link, int code)
         return false;
     }
     return true;
+}
+
+std::string Connection::reasonOf(const BrokerLink &link, int code) const
+{
+    const std::string reason = link.reason(code);
+    // Some brokers confirm QoS 2 as if it were QoS 1. The messages would go round for ever.
+    if (code != MOSQ_ERR_PROTOCOL || !delivery.awaitsQos2()) {
+        return reason;
+    }
+    return reason + " The broker still had to confirm messages of QoS 2: set maximum-qos=1 if it "
+                    "has no QoS 2.";
 }
 
 void Connection::serveSocket(BrokerLink &link, short events)

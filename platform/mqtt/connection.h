@@ -87,6 +87,7 @@ private:
     void noteWrites(BrokerLink &link);
     /** Takes note of a result; on a failure the connection is given up. True on success. */
     bool check(BrokerLink &link, int code);
+    [[nodiscard]] std::string reasonOf(const BrokerLink &link, int code) const;
     void fail(BrokerLink &link, const std::string &reason);
     void leave(BrokerLink &link);
     static TimePoint now();

@@ -25,6 +25,8 @@ public:
     int run(BrokerLink &link);
     /** Whether run() would get on at once. */
     [[nodiscard]] bool hasWork() const;
+    /** Whether the broker still has to confirm a message of QoS 2. */
+    [[nodiscard]] bool awaitsQos2() const { return inFlightQos2 > 0; }
 
     /** A message is finished. */
     void published(int messageId);

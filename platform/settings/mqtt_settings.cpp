@@ -36,12 +36,14 @@ constexpr std::size_t NOWHERE = std::string_view::npos;
 
 struct Group {
     std::string_view name;
-    std::array<std::string_view, 7> keys;
+    std::array<std::string_view, 8> keys;
 };
 
 constexpr std::array GROUPS{
     Group{"client", {"active", "device-topic-prefix"}},
-    Group{"broker", {"host", "port", "keepalive", "client-id", "user", PASSWORD, "clean-session"}},
+    Group{"broker",
+          {"host", "port", "keepalive", "client-id", "user", PASSWORD, "clean-session",
+           "maximum-qos"}},
     Group{"tls", {"enabled", "ca-file", "cert-file", "key-file", "min-version"}},
     Group{"will", {"topic", "payload", "qos", "retain", "use-device-topic-prefix"}},
     Group{"queue", {"messages", "bytes", "inbound-messages", "inbound-bytes"}},
@@ -210,6 +212,7 @@ void readBroker(const Reader &reader, MqttSettings &settings)
         [](const std::string &text) { return text.size() <= MAX_CREDENTIAL; },
         "longer than 65535 bytes");
     settings.cleanSession = reader.boolean("broker", "clean-session", settings.cleanSession);
+    settings.maximumQos = reader.number("broker", "maximum-qos", settings.maximumQos, 0, 2);
     if (!settings.password.empty() && settings.user.empty()) {
         reader.complain("broker", "password", "MQTT has no password without user");
         settings.password.clear();

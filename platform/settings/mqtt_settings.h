@@ -48,6 +48,9 @@ struct MqttSettings {
     std::string password;
     /** False: the broker keeps subscriptions and messages while the client is away. */
     bool cleanSession = true;
+    /** Highest QoS that messages are published with; a higher one that is asked for becomes this.
+     */
+    int maximumQos = 2;
     MqttTlsSettings tls;
     std::optional<MqttWillSettings> will;
     /** Most messages, and bytes of them, that are accepted for publication and not yet finished. */
