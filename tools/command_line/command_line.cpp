@@ -78,10 +78,11 @@ void CommandLine::addTexts(const char *option, const char *argument, const char 
     add(option, argument, help, G_OPTION_ARG_FILENAME_ARRAY, &textStorage.back().values);
 }
 
-void CommandLine::flag(const char *option, const char *help, bool &target)
+void CommandLine::flag(const char *option, const char *help, bool &target, char letter)
 {
     flagStorage.push_back({FALSE, &target});
     add(option, nullptr, help, G_OPTION_ARG_NONE, &flagStorage.back().value);
+    entries.back().short_name = letter;
 }
 
 void CommandLine::text(const char *option, const char *argument, const char *help,
@@ -118,10 +119,12 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
              [&rest](const std::vector<std::string> &values) { rest = values; });
     entries.push_back({});
 
-    g_set_prgname((program + " " + name).c_str());
+    g_set_prgname(name.empty() ? program.c_str() : (program + " " + name).c_str());
     const OptionContext context(g_option_context_new(arguments.c_str()));
     g_option_context_set_summary(context.get(), summary.c_str());
     g_option_context_set_description(context.get(), description.c_str());
+    g_option_context_set_strict_posix(context.get(), isProgramLine);
+    g_option_context_set_help_enabled(context.get(), !isProgramLine);
     g_option_context_add_main_entries(context.get(), entries.data(), nullptr);
 
     char **array = arrayOf(name, words).release();

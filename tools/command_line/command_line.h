@@ -21,7 +21,7 @@ class CommandLine {
 public:
     /**
      * @param program   the program, shown in the help
-     * @param command   the command, shown in usage and errors
+     * @param command   the command, shown in usage and errors; empty for the program's own line
      * @param following what follows the options, for the usage line; empty: nothing may follow
      * @param purpose   what the command does, above the options in the help
      * @param details   below the options
@@ -29,7 +29,8 @@ public:
     CommandLine(std::string program, std::string command, std::string following,
                 std::string purpose, std::string details);
 
-    void flag(const char *option, const char *help, bool &target);
+    /** An option without a value; `letter` is its short form, if there is one. */
+    void flag(const char *option, const char *help, bool &target, char letter = '\0');
     void text(const char *option, const char *argument, const char *help,
               std::optional<std::string> &target);
     /** An option that may be given several times. */
@@ -38,6 +39,12 @@ public:
     /** A decimal number from 0 to `largest`. */
     void number(const char *option, const char *argument, const char *help, unsigned int largest,
                 std::optional<unsigned int> &target);
+
+    /**
+     * For a program's own line, which names a command: parsing stops there, and "--help" is an
+     * option like any other.
+     */
+    void leaveToCaller() { isProgramLine = true; }
 
     /** Parses; gives what follows the options. Throws UsageError. */
     std::vector<std::string> parse(const std::vector<std::string> &words);
@@ -63,6 +70,7 @@ private:
     std::string arguments;
     std::string summary;
     std::string description;
+    bool isProgramLine = false;
     std::vector<GOptionEntry> entries;
     std::deque<Texts> textStorage; // a deque: GOption keeps pointers to the elements
     std::deque<Flag> flagStorage;

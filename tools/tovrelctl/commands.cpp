@@ -1,42 +1,56 @@
 #include "tovrelctl/commands.h"
 
+#include "command_line/command_line.h"
+#include "command_line/output.h"
 #include "command_line/usage_error.h"
 #include "tovrelctl/failure.h"
 #include "tovrelctl/output.h"
 
 #include <glib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <string_view>
 
 namespace tovrelctl {
 
 namespace {
 
+using command_line::CommandLine;
 using command_line::UsageError;
 
 constexpr const char *HELP =
-    "Usage: tovrelctl [--json] COMMAND [ARGUMENT...]\n"
+    "Usage: tovrelctl [OPTION...] COMMAND [ARGUMENT...]\n"
     "\n"
     "Shows and changes how tovrel connects device events and MQTT.\n"
     "\n"
-    "  show                          everything, and whether the broker is there\n"
-    "  filter add TOPIC_FILTER       publish these device events as MQTT messages\n"
-    "  filter list|set|remove\n"
-    "  subscription add TOPIC_FILTER make device events of these MQTT messages\n"
-    "  subscription list|set|remove\n"
-    "  get [SETTING]                 how events are published\n"
+    "  show                            everything, and whether the broker is there\n"
+    "\n"
+    "Device events that become MQTT messages:\n"
+    "  filter list\n"
+    "  filter add TOPIC_FILTER         for example 'onvif:Device//.'\n"
+    "  filter set ID                   change one\n"
+    "  filter remove ID...\n"
+    "  get [SETTING]                   topics and payloads of the messages\n"
     "  set SETTING VALUE\n"
-    "  export FILE                   write the configuration to a file\n"
-    "  import FILE [--replace] [--dry-run]\n"
-    "                                read it from a file\n"
     "\n"
-    "  --json                        print JSON, for programs\n"
-    "  --help, --version             after a command: help for that\n"
+    "MQTT messages that become device events:\n"
+    "  subscription list\n"
+    "  subscription add TOPIC_FILTER   for example 'building/+/door'\n"
+    "  subscription set ID             change one\n"
+    "  subscription remove ID...\n"
     "\n"
-    "To begin: tovrelctl filter add 'onvif:Device//.'\n"
+    "The whole configuration:\n"
+    "  export FILE                     write it to a file\n"
+    "  import FILE                     read it from a file [--replace] [--dry-run]\n"
+    "\n"
+    "  --json                          print JSON, for programs\n"
+    "  --timeout SECONDS               how long to wait for the service (default 60)\n"
+    "  --version\n"
+    "  --help                          after a command: its options and arguments\n"
     "\n"
     "Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 no answer from the\n"
     "service.\n";
@@ -44,66 +58,113 @@ constexpr const char *HELP =
 struct NamedCommand {
     std::string_view name;
     Command run;
+    /** File names are bytes; everything else becomes text. */
+    bool takesFile = false;
 };
 
 constexpr std::array COMMANDS{
-    NamedCommand{"show", runShow},     NamedCommand{"get", runGet},
-    NamedCommand{"set", runSet},       NamedCommand{"subscription", runSubscription},
-    NamedCommand{"filter", runFilter}, NamedCommand{"export", runExport},
-    NamedCommand{"import", runImport},
+    NamedCommand{"show", runShow},
+    NamedCommand{"get", runGet},
+    NamedCommand{"set", runSet},
+    NamedCommand{"subscription", runSubscription},
+    NamedCommand{"filter", runFilter},
+    NamedCommand{"export", runExport, true},
+    NamedCommand{"import", runImport, true},
 };
 
-void checkEncoding(const std::vector<std::string> &words)
+const NamedCommand &commandOf(const std::string &name)
 {
-    for (const std::string &word : words) {
-        if (g_utf8_validate(word.c_str(), -1, nullptr) == FALSE) {
-            throw UsageError("an argument is not valid UTF-8");
-        }
+    const auto *const found = std::ranges::find(COMMANDS, name, &NamedCommand::name);
+    if (found == COMMANDS.end()) {
+        throw UsageError("unknown command '" + name + "'");
+    }
+    return *found;
+}
+
+void checkEncoding(const Words &words)
+{
+    const bool isText = std::ranges::all_of(words, [](const std::string &word) {
+        return g_utf8_validate(word.c_str(), -1, nullptr) != FALSE;
+    });
+    if (!isText) {
+        throw UsageError("an argument is not valid UTF-8");
     }
 }
 
-int runNamed(const std::vector<std::string> &words)
+int printHelp(const GlobalOptions &options, Words words)
 {
-    checkEncoding(words);
-    GlobalOptions options;
-    auto word = words.begin();
-    if (word != words.end() && *word == "--json") {
-        options.json = true;
-        ++word;
+    if (words.empty()) {
+        command_line::print(HELP);
+        return EXIT_DONE;
     }
-    if (word == words.end()) {
+    words.emplace_back("--help");
+    return commandOf(words.front()).run(options, {words.begin() + 1, words.end()});
+}
+
+int runNamed(const Words &words)
+{
+    GlobalOptions options;
+    bool help = false;
+    bool version = false;
+    CommandLine line("tovrelctl", "", "COMMAND", "", "");
+    line.flag("help", "", help, 'h');
+    line.flag("version", "", version);
+    line.leaveToCaller();
+    Words rest = parse(line, options, words);
+    if (help || version) {
+        command_line::print(help ? HELP : "tovrelctl " TOVREL_VERSION "\n");
+        return EXIT_DONE;
+    }
+    if (rest.empty()) {
         throw UsageError("a command is missing");
     }
-    if (*word == "--help" || *word == "-h" || *word == "help") {
-        print(HELP);
-        return EXIT_DONE;
+    const std::string name = rest.front();
+    rest.erase(rest.begin());
+    if (name == "help") {
+        return printHelp(options, rest);
     }
-    if (*word == "--version") {
-        print("tovrelctl " TOVREL_VERSION "\n");
-        return EXIT_DONE;
+    const NamedCommand &command = commandOf(name);
+    if (!command.takesFile) {
+        checkEncoding(rest);
     }
-    for (const NamedCommand &command : COMMANDS) {
-        if (command.name == *word) {
-            return command.run(options, {word + 1, words.end()});
-        }
-    }
-    throw UsageError("unknown command '" + *word + "'");
+    return command.run(options, rest);
 }
 
-} // namespace
-
-int runTool(const std::vector<std::string> &words) noexcept
+/** Runs, and tells what failed. */
+int runAndTell(const Words &words)
 {
     try {
         return runNamed(words);
     } catch (const UsageError &error) {
-        std::fprintf(stderr, "tovrelctl: %s\nTry 'tovrelctl --help'.\n", error.what());
+        complain(error.what());
+        // The name of the command whose line was parsed last.
+        advise(std::string("Try '") + g_get_prgname() + " --help'.");
         return EXIT_USAGE;
     } catch (const Unreachable &failure) {
-        std::fprintf(stderr, "tovrelctl: %s\n", failure.what());
+        complain(failure.what());
+        advise(failure.advice());
         return EXIT_UNREACHABLE;
+    } catch (const Failure &failure) {
+        complain(failure.what());
+        advise(failure.advice());
+    } catch (const std::bad_alloc &) {
+        complain("there is not enough memory");
     } catch (const std::exception &failure) {
-        std::fprintf(stderr, "tovrelctl: %s\n", failure.what());
+        complain(failure.what());
+    }
+    return EXIT_FAILED;
+}
+
+} // namespace
+
+int runTool(const Words &words) noexcept
+{
+    g_set_prgname("tovrelctl");
+    try {
+        return runAndTell(words);
+    } catch (const std::exception &) {
+        // telling it has failed as well
+        std::fputs("tovrelctl: failed\n", stderr);
         return EXIT_FAILED;
     }
 }

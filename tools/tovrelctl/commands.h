@@ -4,28 +4,50 @@
 #include <string>
 #include <vector>
 
+namespace command_line {
+class CommandLine;
+}
+
 namespace tovrelctl {
 
-/** What the words before the command ask for. */
+class Service;
+
+using Words = std::vector<std::string>;
+
+/** What every command takes, before or behind its name. */
 struct GlobalOptions {
     /** Print what programs read. */
     bool json = false;
+    /** How long an answer of the service is waited for. */
+    unsigned int timeoutSeconds = 60;
+
+    /** A connection to the service that waits so long. Throws Unreachable. */
+    [[nodiscard]] Service connect() const;
 };
 
-/** A command: takes the words behind its name, gives the exit status, throws what failed. */
-using Command = int (*)(const GlobalOptions &options, const std::vector<std::string> &words);
+/**
+ * Parses the words behind a command's name by its own options and the global ones. Gives what
+ * follows the options; throws UsageError.
+ */
+Words parse(command_line::CommandLine &line, GlobalOptions &options, const Words &words);
 
-int runShow(const GlobalOptions &options, const std::vector<std::string> &words);
-int runGet(const GlobalOptions &options, const std::vector<std::string> &words);
-int runSet(const GlobalOptions &options, const std::vector<std::string> &words);
-int runSubscription(const GlobalOptions &options, const std::vector<std::string> &words);
-int runFilter(const GlobalOptions &options, const std::vector<std::string> &words);
-int runExport(const GlobalOptions &options, const std::vector<std::string> &words);
-int runImport(const GlobalOptions &options, const std::vector<std::string> &words);
+/** The only word that is given; throws UsageError, with what it should be, for none and several. */
+std::string onlyOne(const Words &words, const char *what);
+
+/** A command: takes the words behind its name, gives the exit status, throws what failed. */
+using Command = int (*)(GlobalOptions options, const Words &words);
+
+int runShow(GlobalOptions options, const Words &words);
+int runGet(GlobalOptions options, const Words &words);
+int runSet(GlobalOptions options, const Words &words);
+int runSubscription(GlobalOptions options, const Words &words);
+int runFilter(GlobalOptions options, const Words &words);
+int runExport(GlobalOptions options, const Words &words);
+int runImport(GlobalOptions options, const Words &words);
 
 /**
  * Runs the command that the words name. Failures are written to standard error; nothing is thrown.
  */
-int runTool(const std::vector<std::string> &words) noexcept;
+int runTool(const Words &words) noexcept;
 
 } // namespace tovrelctl

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tovrelctl {
 
@@ -14,19 +15,35 @@ enum ExitStatus : int {
     EXIT_UNREACHABLE = 3 /**< there was no answer from the service */
 };
 
-/** What was asked for cannot be done; the message says why, and what can be done about it. */
+/** What was asked for cannot be done. */
 class Failure : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    /**
+     * @param message why, on one line; may hold texts of others as they stand
+     * @param advice  what the person can do about it, or has to know: lines without a line feed
+     *                behind the last one; may be empty
+     */
+    explicit Failure(const std::string &message, std::string advice = {})
+        : std::runtime_error(message), hint(std::move(advice))
+    {
+    }
+
+    const std::string &advice() const { return hint; }
+
+    /** Adds lines to the advice. */
+    void addAdvice(const std::string &more)
+    {
+        hint += (hint.empty() || more.empty() ? "" : "\n") + more;
+    }
+
+private:
+    std::string hint;
 };
 
-/** The service answered with an error. */
+/** The service answered with an error; the message is the service's own. */
 class Refused : public Failure {
 public:
-    /** `answerCode` and the message as docs/configuration-api.md has them. */
-    Refused(int answerCode, const std::string &message) : Failure(message), code(answerCode) {}
-
-    int code;
+    using Failure::Failure;
 };
 
 /** The service gave no answer. */

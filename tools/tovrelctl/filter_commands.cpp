@@ -1,10 +1,10 @@
 /** Commands on event filters. */
 #include "command_line/command_line.h"
+#include "tovrelctl/commands.h"
 #include "tovrelctl/failure.h"
+#include "tovrelctl/import_steps.h"
 #include "tovrelctl/items.h"
 #include "tovrelctl/output.h"
-#include "tovrelctl/settings.h"
-#include "tovrelctl/table.h"
 
 namespace tovrelctl {
 
@@ -12,106 +12,105 @@ namespace {
 
 using command_line::CommandLine;
 
-const Path FILTERS{"publication", "eventFilter"};
+constexpr const Field &RETAIN = FILTER_FIELDS.back();
 
-constexpr const char *FILTER_HELP =
+constexpr const char *HELP =
     "Usage: tovrelctl filter list|add|set|remove [OPTION...]\n"
     "\n"
     "Which device events are published as MQTT messages.\n"
     "\n"
-    "  list                print all filters\n"
+    "  list                print all of them\n"
     "  add TOPIC_FILTER    add one [--qos N] [--retain none|property|all]\n"
     "  set ID              change one [--topic-filter F] [--qos N] [--retain R]\n"
-    "  remove ID...        remove filters\n";
+    "  remove ID...        remove some\n"
+    "\n"
+    "Each of them has a --help of its own.\n";
 
-int addFilter(const GlobalOptions &options, const Path &words)
+int addFilter(GlobalOptions options, const Words &words)
 {
     std::optional<std::string> qos;
     std::optional<std::string> retain;
-    CommandLine line("tovrelctl filter", "add", "TOPIC_FILTER",
-                     "Publishes the device events that a topic filter selects.\n"
-                     "Prints the id of the new filter.",
-                     "Example: tovrelctl filter add 'onvif:Device//.' --qos 1");
+    CommandLine line(
+        "tovrelctl filter", "add", "TOPIC_FILTER",
+        "Publishes the device events that a topic filter selects: levels between \"/\",\n"
+        "\"onvif:\" or \"norq:\" before a level is the namespace from there on, \"//.\"\n"
+        "at the end stands for all below, and alone for every event.\n"
+        "Prints the id of the new filter, with --json the filter.",
+        "Example: tovrelctl filter add 'onvif:Device//.' --qos 1");
     line.text("qos", "0|1|2", "QoS to publish with (default 0)", qos);
     line.text("retain", "none|property|all", "Which messages are retained (default property)",
               retain);
     const Json data = owned(json_object());
-    put(data.get(), "topicFilter", textValue(onlyOne(line.parse(words), "TOPIC_FILTER")));
+    put(data.get(), "topicFilter", textValue(onlyOne(parse(line, options, words), "TOPIC_FILTER")));
     put(data.get(), "qos", parseQos(qos.value_or("0")));
-    put(data.get(), "retain", parseValue(FILTER_FIELDS.back(), retain.value_or("property")));
-    Service service;
-    printItem(options, addItem(service, FILTERS, data).get());
-    return 0;
+    put(data.get(), "retain", parseValue(RETAIN, retain.value_or("property")));
+
+    Service service = options.connect();
+    const Json filter = addItem(service, filterPath(), FILTER_FIELDS, data);
+    options.json ? printJson(filter.get()) : printText(textOf(filter.get(), "id"));
+    return EXIT_DONE;
 }
 
-/** A document with one event filter, to be imported. */
-Json documentWith(const Json &filter)
+/** Changes a filter that is there. */
+void changeFilter(Service &service, const Path &path, const Json &changes)
 {
-    Json filters = owned(json_array());
-    append(filters.get(), share(filter.get()));
-    Json publication = owned(json_object());
-    put(publication.get(), "eventFilter", std::move(filters));
-    Json document = owned(json_object());
-    put(document.get(), "publication", std::move(publication));
-    return document;
+    const Json before = getItem(service, path, FILTER_FIELDS);
+    if (json_object_size(changes.get()) == 1 && !textOf(changes.get(), "retain").empty()) {
+        service.request({.operation = "set", .path = path, .data = share(changes.get())});
+        return;
+    }
+    // Not by "set": that stores QoS 0, whatever it is told, and adds the levels of a topic filter
+    // to those of the old one.
+    const Json after = owned(json_copy(before.get()));
+    if (json_object_update(after.get(), changes.get()) != 0) {
+        throw std::bad_alloc();
+    }
+    importChanges(service, documentWithFilters({before.get()}), documentWithFilters({after.get()}));
 }
 
-int setFilter(const GlobalOptions &options, const Path &words)
+int setFilter(GlobalOptions options, const Words &words)
 {
     std::optional<std::string> topicFilter;
     std::optional<std::string> qos;
     std::optional<std::string> retain;
     CommandLine line("tovrelctl filter", "set", "ID",
-                     "Changes a filter; what is not given stays as it is.", "");
+                     "Changes a filter; what is not given stays as it is. With --json, prints it.",
+                     "");
     line.text("topic-filter", "FILTER", "Which events", topicFilter);
     line.text("qos", "0|1|2", "QoS to publish with", qos);
     line.text("retain", "none|property|all", "Which messages are retained", retain);
-    const std::string id = onlyOne(line.parse(words), "ID");
+    const std::string id = onlyOne(parse(line, options, words), "ID");
     const Json changes = owned(json_object());
-    if (topicFilter) {
-        put(changes.get(), "topicFilter", textValue(*topicFilter));
-    }
-    if (qos) {
-        put(changes.get(), "qos", parseQos(*qos));
-    }
-    if (retain) {
-        put(changes.get(), "retain", parseValue(FILTER_FIELDS.back(), *retain));
-    }
+    putGiven(changes, {"topicFilter", Kind::TEXT}, topicFilter);
+    putGivenQos(changes, qos);
+    putGiven(changes, RETAIN, retain);
     requireChange(changes);
 
-    Service service;
-    const Path path = below(FILTERS, id);
-    const Json filter = service.request({.operation = "get", .path = path});
-    const Json old = owned(json_copy(filter.get()));
-    json_object_update(filter.get(), changes.get());
-    // Not by "set": that stores QoS 0, whatever it is told, and adds the levels of a topic filter to
-    // those of the old one. A new filter under the same id has what it was given.
-    service.request({.operation = "remove", .path = path});
-    try {
-        service.request({.operation = "import", .data = documentWith(filter)});
-    } catch (const Refused &) {
-        service.request({.operation = "import", .data = documentWith(old)});
-        throw;
+    Service service = options.connect();
+    const Path path = below(filterPath(), id);
+    changeFilter(service, path, changes);
+    if (options.json) {
+        printJson(getItem(service, path, FILTER_FIELDS).get());
     }
-    printItem(options, service.request({.operation = "get", .path = path}).get());
-    return 0;
+    return EXIT_DONE;
 }
 
 } // namespace
 
-std::string filterTable(const json_t *filters)
+Table filterTable(const json_t *filters)
 {
     Table table({"ID", "TOPIC FILTER", "QOS", "RETAIN"});
     for (const json_t *item : inOrder(filters)) {
         table.add({textOf(item, "id"), textOf(item, "topicFilter"), qosNumber(item),
                    textOf(item, "retain")});
     }
-    return table.text();
+    return table;
 }
 
-int runFilter(const GlobalOptions &options, const std::vector<std::string> &words)
+int runFilter(GlobalOptions options, const Words &words)
 {
-    return runOn({FILTERS, FILTER_HELP, filterTable, addFilter, setFilter}, options, words);
+    return runOn({"filter", filterPath(), FILTER_FIELDS, HELP, filterTable, addFilter, setFilter},
+                 options, words);
 }
 
 } // namespace tovrelctl

@@ -1,8 +1,14 @@
 #include "tovrelctl/items.h"
 
+#include "command_line/command_line.h"
+#include "command_line/output.h"
 #include "command_line/usage_error.h"
+#include "tovrelctl/answer.h"
 #include "tovrelctl/failure.h"
 #include "tovrelctl/output.h"
+#include "tovrelctl/printable.h"
+
+#include <glib.h>
 
 #include <algorithm>
 #include <utility>
@@ -11,36 +17,95 @@ namespace tovrelctl {
 
 namespace {
 
+using command_line::CommandLine;
 using command_line::UsageError;
 
 /** More adds than there are ids cannot be needed. */
 constexpr int MOST_TRIES = 256;
 
-int listItems(const GlobalOptions &options, const Path &collection,
-              std::string (*table)(const json_t *))
+Json listed(Service &service, const Path &collection, Fields fields)
 {
-    Service service;
-    const Json items = service.request({.operation = "listKeys", .path = collection});
-    options.json ? printJson(items.get()) : print(table(items.get()));
-    return 0;
+    Json items = service.request({.operation = "listKeys", .path = collection});
+    requireItems(items.get(), fields);
+    return items;
 }
 
-int removeItems(const GlobalOptions &options, const Path &collection, const Path &ids)
+int listItems(const Collection &collection, GlobalOptions options, const Words &words)
 {
+    CommandLine line(std::string("tovrelctl ") + collection.word, "list", "", "Prints all of them.",
+                     "A table on a terminal is cut to its width; \"| cat\" shows all of it.");
+    parse(line, options, words);
+    Service service = options.connect();
+    const Json items = listed(service, collection.path, collection.fields);
+    if (options.json) {
+        printJson(items.get());
+    } else {
+        command_line::print(collection.table(items.get()).text(outputWidth()));
+    }
+    return EXIT_DONE;
+}
+
+/** Removes them one by one into `removed`; false when the service refused one. */
+bool removeEach(Service &service, const Collection &collection, const Words &ids,
+                const Json &removed)
+{
+    bool all = true;
+    for (const std::string &id : ids) {
+        try {
+            service.request({.operation = "remove", .path = below(collection.path, id)});
+            append(removed.get(), textValue(id));
+        } catch (const Refused &refusal) {
+            complain(std::string(collection.word) + " " + id + ": " + refusal.what());
+            all = false;
+        }
+    }
+    return all;
+}
+
+int removeItems(const Collection &collection, GlobalOptions options, const Words &words)
+{
+    CommandLine line(std::string("tovrelctl ") + collection.word, "remove", "ID...",
+                     "Removes them. When one cannot be removed the others are all the same.", "");
+    const Words ids = parse(line, options, words);
     if (ids.empty()) {
         throw UsageError("an ID is missing");
     }
-    Service service;
-    for (const std::string &id : ids) {
-        service.request({.operation = "remove", .path = below(collection, id)});
+    Service service = options.connect();
+    const Json removed = owned(json_array());
+    bool all = false;
+    try {
+        all = removeEach(service, collection, ids, removed);
+    } catch (Failure &failure) {
+        std::string before;
+        for (const json_t *id : valuesOf(removed.get())) {
+            before += " " + printable(plainText(id));
+        }
+        failure.addAdvice(before.empty() ? "" : "Removed before that:" + before);
+        throw;
     }
     if (options.json) {
-        printJson(json_null());
+        printJson(removed.get());
     }
-    return 0;
+    return all ? EXIT_DONE : EXIT_FAILED;
+}
+
+bool hasId(const Json &items, const std::string &id)
+{
+    return std::ranges::any_of(valuesOf(items.get()),
+                               [&](const json_t *item) { return textOf(item, "id") == id; });
 }
 
 } // namespace
+
+Path subscriptionPath()
+{
+    return {"subscription"};
+}
+
+Path filterPath()
+{
+    return {"publication", "eventFilter"};
+}
 
 std::string qosNumber(const json_t *item)
 {
@@ -50,10 +115,7 @@ std::string qosNumber(const json_t *item)
 
 std::vector<const json_t *> inOrder(const json_t *array)
 {
-    std::vector<const json_t *> items;
-    for (std::size_t index = 0; index < json_array_size(array); ++index) {
-        items.push_back(json_array_get(array, index));
-    }
+    std::vector<const json_t *> items = valuesOf(array);
     std::ranges::stable_sort(items, {}, [](const json_t *item) {
         const std::string id = textOf(item, "id");
         return std::pair(id.size(), id);
@@ -67,35 +129,39 @@ Path below(Path collection, const std::string &id)
     return collection;
 }
 
-void printItem(const GlobalOptions &options, const json_t *item)
+Json addItem(Service &service, const Path &collection, Fields fields, const Json &data)
 {
-    options.json ? printJson(item) : print(textOf(item, "id") + '\n');
-}
-
-Json addItem(Service &service, const Path &collection, const Json &data)
-{
-    const Json before = service.request({.operation = "listKeys", .path = collection});
+    const Json before = listed(service, collection, fields);
     for (int attempt = 0; attempt < MOST_TRIES; ++attempt) {
         Json created =
             service.request({.operation = "add", .path = collection, .data = share(data.get())});
-        const std::string id = textOf(created.get(), "id");
-        bool isNew = true;
-        for (const json_t *item : inOrder(before.get())) {
-            isNew = isNew && textOf(item, "id") != id;
-        }
-        if (isNew) {
+        requireItem(created.get(), fields);
+        if (!hasId(before, textOf(created.get(), "id"))) {
             return created;
         }
     }
-    throw Failure("the service found no free id; remove an item that is not needed");
+    throw Failure("tovrel finds no free id", "Restart it: systemctl restart tovrel");
 }
 
-std::string onlyOne(const Path &words, const char *what)
+Json getItem(Service &service, const Path &path, Fields fields)
 {
-    if (words.size() != 1) {
-        throw UsageError(std::string("exactly one ") + what + " is expected");
+    Json item = service.request({.operation = "get", .path = path});
+    requireItem(item.get(), fields);
+    return item;
+}
+
+void putGiven(const Json &data, const Field &field, const std::optional<std::string> &text)
+{
+    if (text) {
+        put(data.get(), field.name, parseValue(field, *text));
     }
-    return words.front();
+}
+
+void putGivenQos(const Json &data, const std::optional<std::string> &text)
+{
+    if (text) {
+        put(data.get(), "qos", parseQos(*text));
+    }
 }
 
 void requireChange(const Json &data)
@@ -105,15 +171,13 @@ void requireChange(const Json &data)
     }
 }
 
-int runOn(const Collection &collection, const GlobalOptions &options, const Path &words)
+int runOn(const Collection &collection, const GlobalOptions &options, const Words &words)
 {
+    g_set_prgname((std::string("tovrelctl ") + collection.word).c_str());
     const std::string command = words.empty() ? std::string() : words.front();
-    const Path rest(words.empty() ? words.end() : words.begin() + 1, words.end());
+    const Words rest(words.empty() ? words.end() : words.begin() + 1, words.end());
     if (command == "list") {
-        if (!rest.empty()) {
-            throw UsageError("'" + rest.front() + "': no argument is expected here");
-        }
-        return listItems(options, collection.path, collection.table);
+        return listItems(collection, options, rest);
     }
     if (command == "add") {
         return collection.add(options, rest);
@@ -122,13 +186,15 @@ int runOn(const Collection &collection, const GlobalOptions &options, const Path
         return collection.set(options, rest);
     }
     if (command == "remove") {
-        return removeItems(options, collection.path, rest);
+        return removeItems(collection, options, rest);
     }
     if (command == "--help" || command == "-h" || command == "help") {
-        print(collection.help);
-        return 0;
+        command_line::print(collection.help);
+        return EXIT_DONE;
     }
-    throw UsageError("list, add, set or remove is expected");
+    throw UsageError(command.empty()
+                         ? "list, add, set or remove is expected"
+                         : "unknown command '" + command + "', expected list, add, set or remove");
 }
 
 } // namespace tovrelctl

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "tovrelctl/commands.h"
+#include "tovrelctl/fields.h"
 #include "tovrelctl/service.h"
+#include "tovrelctl/table.h"
 
 #include <optional>
 #include <string>
@@ -10,26 +12,33 @@
 
 namespace tovrelctl {
 
-using Path = std::vector<std::string>;
-
 /** A collection, and the commands on it that differ from those of the other. */
 struct Collection {
-    const Path &path;
+    /** The word for one of its items, which is that of the command, too. */
+    const char *word;
+    Path path;
+    Fields fields;
     const char *help;
     /** All items, an array of the document, for people. */
-    std::string (*table)(const json_t *);
+    Table (*table)(const json_t *);
     Command add;
     Command set;
 };
 
 /** Runs the command on a collection that the first word names. */
-int runOn(const Collection &collection, const GlobalOptions &options, const Path &words);
+int runOn(const Collection &collection, const GlobalOptions &options, const Words &words);
+
+/** Where MQTT-to-event items are. */
+Path subscriptionPath();
+
+/** Where event filters are. */
+Path filterPath();
 
 /** MQTT-to-event items, an array of the document. */
-std::string subscriptionTable(const json_t *items);
+Table subscriptionTable(const json_t *items);
 
 /** Event filters, an array of the document. */
-std::string filterTable(const json_t *filters);
+Table filterTable(const json_t *filters);
 
 /** The items of an array by the numbers of their ids; the service lists them as texts. */
 std::vector<const json_t *> inOrder(const json_t *array);
@@ -39,19 +48,22 @@ std::vector<const json_t *> inOrder(const json_t *array);
  * that is taken; it then drops the new item and answers with the old one, and the next try gets the
  * next id.
  */
-Json addItem(Service &service, const Path &collection, const Json &data);
+Json addItem(Service &service, const Path &collection, Fields fields, const Json &data);
+
+/** An item as it is now. */
+Json getItem(Service &service, const Path &path, Fields fields);
 
 /** The path of an item. */
 Path below(Path collection, const std::string &id);
 
-/** An item after a change: whole for programs, its id for people. */
-void printItem(const GlobalOptions &options, const json_t *item);
-
 /** The number in an item's "qos". */
 std::string qosNumber(const json_t *item);
 
-/** The only word that is given; throws UsageError, with what it should be, for none and several. */
-std::string onlyOne(const Path &words, const char *what);
+/** Puts the value of a field, as it is written on the command line, if it is given. */
+void putGiven(const Json &data, const Field &field, const std::optional<std::string> &text);
+
+/** Puts "qos", which is a number on the command line, if it is given. */
+void putGivenQos(const Json &data, const std::optional<std::string> &text);
 
 /** Throws UsageError when an object with changes is empty. */
 void requireChange(const Json &data);

@@ -54,6 +54,15 @@ std::string textOf(const json_t *object, const char *name)
     return {json_string_value(value), json_string_length(value)};
 }
 
+std::vector<const json_t *> valuesOf(const json_t *array)
+{
+    std::vector<const json_t *> values;
+    for (std::size_t index = 0; index < json_array_size(array); ++index) {
+        values.push_back(json_array_get(array, index));
+    }
+    return values;
+}
+
 bool isTrue(const json_t *object, const char *name)
 {
     return json_is_true(json_object_get(object, name));

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tovrelctl {
 
@@ -22,7 +23,7 @@ Json owned(json_t *value);
 /** One more reference to a value, which may be null. */
 Json share(json_t *value);
 
-/** A text as a value. */
+/** A text, which must be valid UTF-8, as a value. */
 Json textValue(const std::string &text);
 
 /** Puts a value into an object, replacing one of the same name. */
@@ -33,6 +34,9 @@ void append(json_t *array, Json value);
 
 /** A member's text; "" when it is missing or no text. */
 std::string textOf(const json_t *object, const char *name);
+
+/** The values of an array; none when it is no array. Borrowed. */
+std::vector<const json_t *> valuesOf(const json_t *array);
 
 /** A member's truth; false when it is missing. */
 bool isTrue(const json_t *object, const char *name);

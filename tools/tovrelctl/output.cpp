@@ -1,24 +1,59 @@
 #include "tovrelctl/output.h"
 
-#include "tovrelctl/failure.h"
+#include "command_line/output.h"
+#include "tovrelctl/printable.h"
 
-#include <glib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
+#include <limits>
 
 namespace tovrelctl {
 
-void print(const std::string &text)
+namespace {
+
+constexpr std::size_t USUAL_WIDTH = 80;
+
+bool isTerminal()
 {
-    if (std::fputs(text.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
-        throw Failure(std::string("cannot write: ") + g_strerror(errno));
-    }
+    return isatty(STDOUT_FILENO) == 1;
 }
+
+} // namespace
 
 void printJson(const json_t *value)
 {
-    print(dump(value, true) + '\n');
+    command_line::print(dump(value, true) + '\n');
+}
+
+void printText(const std::string &text)
+{
+    command_line::print((isTerminal() ? printable(text) : text) + '\n');
+}
+
+std::size_t outputWidth()
+{
+    if (!isTerminal()) {
+        return std::numeric_limits<std::size_t>::max();
+    }
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+        return USUAL_WIDTH;
+    }
+    return size.ws_col;
+}
+
+void complain(const std::string &text)
+{
+    std::fprintf(stderr, "tovrelctl: %s\n", printable(text).c_str());
+}
+
+void advise(const std::string &lines)
+{
+    if (!lines.empty()) {
+        std::fprintf(stderr, "%s\n", lines.c_str());
+    }
 }
 
 } // namespace tovrelctl

@@ -1,16 +1,29 @@
-/** Standard output. */
+/** What the tool writes. */
 #pragma once
 
 #include "tovrelctl/json.h"
 
+#include <cstddef>
 #include <string>
 
 namespace tovrelctl {
 
-/** Writes a text as it stands. Throws Failure when it cannot be written. */
-void print(const std::string &text);
-
-/** Writes a value as JSON for programs. */
+/** Writes a value to standard output as JSON for programs. Throws as command_line::print(). */
 void printJson(const json_t *value);
+
+/**
+ * Writes a text of others, and a line feed, to standard output: as it stands to a file or a pipe,
+ * printable() to a terminal.
+ */
+void printText(const std::string &text);
+
+/** The columns of the terminal that is standard output; no limit when it is none. */
+std::size_t outputWidth();
+
+/** Writes a line to standard error, with the tool's name in front; the text is made printable. */
+void complain(const std::string &text);
+
+/** Writes lines of our own to standard error; nothing when there are none. */
+void advise(const std::string &lines);
 
 } // namespace tovrelctl

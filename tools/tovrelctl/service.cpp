@@ -1,10 +1,15 @@
 #include "tovrelctl/service.h"
 
 #include "interfaces/sd_bus_handles.h"
+#include "tovrelctl/answer.h"
+#include "tovrelctl/bus_failure.h"
 #include "tovrelctl/failure.h"
 
-#include <array>
+#include <glib.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <string_view>
 
 namespace tovrelctl {
@@ -17,43 +22,11 @@ using tovrel::OutParameter;
 
 constexpr const char *API = "tovrel";
 constexpr int MAJOR_VERSION = 2;
+constexpr const char *STATUS_SERVICE = "com.norq.MQTTMessagingService1";
+constexpr std::chrono::seconds STATUS_LIMIT{5};
 
-/** The service answers with this when it made no answer of the request. */
+/** The service answers with this when it could make no answer of the request. */
 constexpr std::string_view SERVICE_ERROR = "com.norq.Tovrel1.InternalError";
-
-/** What a D-Bus error tells a person. */
-struct Explanation {
-    std::string_view name;
-    const char *text;
-};
-
-constexpr std::array EXPLANATIONS{
-    Explanation{SD_BUS_ERROR_SERVICE_UNKNOWN,
-                "there is no tovrel on this device: install it, or its file for activation by "
-                "the system bus"},
-    Explanation{SD_BUS_ERROR_NAME_HAS_NO_OWNER,
-                "tovrel does not run, and the system bus does not know how to start it"},
-    Explanation{SD_BUS_ERROR_ACCESS_DENIED,
-                "the system bus does not let this user call tovrel: see its policy, or try as "
-                "root"},
-    Explanation{SD_BUS_ERROR_NO_REPLY, "tovrel did not answer"},
-    Explanation{SD_BUS_ERROR_TIMEOUT, "tovrel did not answer in time"},
-    Explanation{SD_BUS_ERROR_UNKNOWN_METHOD,
-                "what owns tovrel's name on the system bus is another program, or too old"},
-};
-
-std::string explain(const sd_bus_error &error, int result)
-{
-    const std::string_view name = error.name == nullptr ? "" : error.name;
-    std::string text = "tovrel cannot be reached";
-    for (const Explanation &known : EXPLANATIONS) {
-        if (name == known.name) {
-            text = known.text;
-        }
-    }
-    const char *const detail = error.message != nullptr ? error.message : g_strerror(-result);
-    return text + " (" + detail + ").\nMore: systemctl status tovrel, journalctl -u tovrel";
-}
 
 Json describe(const Request &request)
 {
@@ -66,6 +39,9 @@ Json describe(const Request &request)
         append(path.get(), textValue(step));
     }
     put(object.get(), "path", std::move(path));
+    if (request.property) {
+        put(object.get(), "property", textValue(*request.property));
+    }
     if (request.data) {
         put(object.get(), "data", share(request.data.get()));
     }
@@ -76,33 +52,67 @@ Json describe(const Request &request)
     return object;
 }
 
-} // namespace
-
-Service::Service()
+BusMessage newCall(sd_bus *bus, const char *destination, const char *path, const char *interface,
+                   const char *member)
 {
-    const int result = sd_bus_open_system(OutParameter(bus));
+    BusMessage call;
+    const int result = sd_bus_message_new_method_call(bus, OutParameter(call), destination, path,
+                                                      interface, member);
     if (result < 0) {
-        throw Unreachable(std::string("there is no system bus to be reached (") +
-                          g_strerror(-result) + ")");
+        throw explain({.number = -result});
+    }
+    return call;
+}
+
+void appendText(sd_bus_message *call, const std::string &text)
+{
+    const int result = sd_bus_message_append(call, "s", text.c_str());
+    if (result == -EINVAL) {
+        throw Failure("the system bus does not carry a character of the request",
+                      "U+FDD0 to U+FDEF, and U+FFFE and U+FFFF of each plane, are not for "
+                      "interchange.");
+    }
+    if (result < 0) {
+        throw explain({.number = -result});
     }
 }
 
-std::string Service::handleRequest(const std::string &text)
+[[noreturn]] void explainError(const sd_bus_error &error, int result, bool changes)
 {
+    const std::string_view name = error.name == nullptr ? "" : error.name;
+    const std::string_view message = error.message == nullptr ? "" : error.message;
+    if (name == SERVICE_ERROR) {
+        throw Failure("tovrel failed: " + std::string(message), "See: journalctl -u tovrel");
+    }
+    throw explain({name, message, -result, changes});
+}
+
+} // namespace
+
+Service::Service(std::chrono::seconds limit) : timeLimit(limit)
+{
+    const int result = sd_bus_open_system(OutParameter(bus));
+    if (result < 0) {
+        throw explainNoBus(-result);
+    }
+}
+
+std::string Service::handleRequest(const Request &request)
+{
+    const BusMessage call = newCall(bus.get(), "com.norq.Tovrel1", "/com/norq/Tovrel1",
+                                    "com.norq.Mirel.Backend1", "HandleRequest");
+    appendText(call.get(), dump(describe(request).get(), false));
     BusError error;
     BusMessage reply;
-    int result = sd_bus_call_method(bus.get(), "com.norq.Tovrel1", "/com/norq/Tovrel1",
-                                    "com.norq.Mirel.Backend1", "HandleRequest", error.slot(),
-                                    OutParameter(reply), "s", text.c_str());
+    const int result =
+        sd_bus_call(bus.get(), call.get(), static_cast<std::uint64_t>(timeLimit.count()),
+                    error.slot(), OutParameter(reply));
     if (result < 0) {
-        if (error.slot()->name != nullptr && error.slot()->name == SERVICE_ERROR) {
-            throw Failure(std::string("tovrel could not process the request: ") + error.message());
-        }
-        throw Unreachable(explain(*error.slot(), result));
+        const bool changes = request.operation != "get" && request.operation != "listKeys";
+        explainError(*error.slot(), result, changes);
     }
     const char *answer = nullptr;
-    result = sd_bus_message_read(reply.get(), "s", &answer);
-    if (result < 0) {
+    if (sd_bus_message_read(reply.get(), "s", &answer) <= 0) {
         throw Failure("tovrel's answer is no text");
     }
     return answer;
@@ -110,36 +120,37 @@ std::string Service::handleRequest(const std::string &text)
 
 Json Service::request(const Request &request)
 {
-    const std::string text = handleRequest(dump(describe(request).get(), false));
-    const Json answer(json_loads(text.c_str(), 0, nullptr));
-    if (const json_t *const error = json_object_get(answer.get(), "error")) {
-        throw Refused(static_cast<int>(json_integer_value(json_object_get(error, "code"))),
-                      textOf(error, "message"));
-    }
-    json_t *const data = json_object_get(answer.get(), "data");
-    if (data == nullptr) {
-        throw Failure("tovrel's answer has neither data nor an error: " + text);
-    }
-    return share(data);
+    return dataOf(handleRequest(request));
+}
+
+Json Service::configuration()
+{
+    Json document = request({.operation = "get", .omitReadOnly = true});
+    requireDocument(document.get(), false);
+    return document;
 }
 
 std::optional<std::map<std::string, std::string>> Service::mqttStatus()
 {
+    const BusMessage call = newCall(bus.get(), STATUS_SERVICE, "/com/norq/MQTTMessagingService1",
+                                    STATUS_SERVICE, "GetDefaultStatus");
+    const std::chrono::microseconds limit =
+        std::min(timeLimit, std::chrono::microseconds(STATUS_LIMIT));
     BusError error;
     BusMessage reply;
-    if (sd_bus_call_method(bus.get(), "com.norq.MQTTMessagingService1",
-                           "/com/norq/MQTTMessagingService1", "com.norq.MQTTMessagingService1",
-                           "GetDefaultStatus", error.slot(), OutParameter(reply), "") < 0 ||
-        sd_bus_message_enter_container(reply.get(), SD_BUS_TYPE_ARRAY, "{ss}") < 0) {
+    int result = sd_bus_call(bus.get(), call.get(), static_cast<std::uint64_t>(limit.count()),
+                             error.slot(), OutParameter(reply));
+    if (result < 0) {
         return std::nullopt;
     }
+    result = sd_bus_message_enter_container(reply.get(), SD_BUS_TYPE_ARRAY, "{ss}");
     std::map<std::string, std::string> status;
     const char *name = nullptr;
     const char *value = nullptr;
-    while (sd_bus_message_read(reply.get(), "{ss}", &name, &value) > 0) {
+    while (result > 0 && (result = sd_bus_message_read(reply.get(), "{ss}", &name, &value)) > 0) {
         status.emplace(name, value);
     }
-    return status;
+    return result < 0 ? std::nullopt : std::optional(status);
 }
 
 } // namespace tovrelctl

@@ -6,6 +6,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -13,10 +14,14 @@
 
 namespace tovrelctl {
 
+/** The way to a node of the document. */
+using Path = std::vector<std::string>;
+
 /** One request; docs/configuration-api.md explains its members. */
 struct Request {
     std::string operation;
-    std::vector<std::string> path{};
+    Path path{};
+    std::optional<std::string> property{};
     Json data{};
     bool replace = false;
     bool omitReadOnly = false;
@@ -28,29 +33,33 @@ struct Request {
  */
 class Service {
 public:
-    /** Connects. Throws Unreachable. */
-    Service();
+    /** Connects; `limit` is how long an answer is waited for. Throws Unreachable. */
+    explicit Service(std::chrono::seconds limit);
 
     /**
-     * Sends a request and waits for its answer, 25 seconds at most.
+     * Sends a request and waits for its answer.
      *
-     * @return "data" of the answer
+     * @return "data" of the answer; what is in it is not looked at
      * @throws Refused when the service answers with an error, Unreachable without an answer,
-     *         Failure when the answer is none
+     *         Failure when the answer is none or the bus does not carry the request
      */
     Json request(const Request &request);
 
+    /** The whole configuration, as an import takes it. Throws as request(). */
+    Json configuration();
+
     /**
      * How the device's MQTT client is doing, by the names of docs/device-services.md; nothing when
-     * nobody on the bus knows.
+     * nobody on the bus tells in a few seconds.
      */
     std::optional<std::map<std::string, std::string>> mqttStatus();
 
 private:
     using Bus = tovrel::CHandle<sd_bus, sd_bus_flush_close_unref>;
 
-    std::string handleRequest(const std::string &text);
+    std::string handleRequest(const Request &request);
 
+    std::chrono::microseconds timeLimit;
     Bus bus;
 };
 

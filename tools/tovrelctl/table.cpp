@@ -1,8 +1,12 @@
 #include "tovrelctl/table.h"
 
+#include "tovrelctl/printable.h"
+
 #include <glib.h>
 
 #include <algorithm>
+#include <numeric>
+#include <string_view>
 #include <utility>
 
 namespace tovrelctl {
@@ -10,18 +14,43 @@ namespace tovrelctl {
 namespace {
 
 constexpr std::size_t GAP = 2;
+/** A column is not made narrower than this. */
+constexpr std::size_t LEAST_WIDTH = 13;
+constexpr std::string_view CUT = "...";
 
-/** Places on a terminal. */
+/** Columns of a terminal that the character takes. */
+std::size_t widthOf(gunichar character)
+{
+    if (g_unichar_iszerowidth(character)) {
+        return 0;
+    }
+    return g_unichar_iswide(character) ? 2 : 1;
+}
+
 std::size_t widthOf(const std::string &text)
 {
     std::size_t width = 0;
     for (const char *at = text.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
-        const gunichar character = g_utf8_get_char(at);
-        if (!g_unichar_iszerowidth(character)) {
-            width += g_unichar_iswide(character) ? 2 : 1;
-        }
+        width += widthOf(g_utf8_get_char(at));
     }
     return width;
+}
+
+/** The text, cut where it is wider than its column. */
+std::string fitted(const std::string &text, std::size_t column)
+{
+    if (widthOf(text) <= column) {
+        return text;
+    }
+    std::size_t width = CUT.size();
+    const char *at = text.c_str();
+    for (; *at != '\0'; at = g_utf8_next_char(at)) {
+        width += widthOf(g_utf8_get_char(at));
+        if (width > column) {
+            break;
+        }
+    }
+    return text.substr(0, static_cast<std::size_t>(at - text.c_str())).append(CUT);
 }
 
 } // namespace
@@ -39,7 +68,7 @@ void Table::add(std::vector<std::string> row)
     rows.push_back(std::move(row));
 }
 
-std::string Table::text() const
+std::vector<std::size_t> Table::columnWidths(std::size_t limit) const
 {
     std::vector<std::size_t> widths(rows.front().size(), 0);
     for (const auto &row : rows) {
@@ -47,30 +76,32 @@ std::string Table::text() const
             widths[column] = std::max(widths[column], widthOf(row[column]));
         }
     }
-    std::string all;
-    for (const auto &row : rows) {
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            all += row[column];
-            if (column + 1 < row.size()) {
-                all.append(widths[column] - widthOf(row[column]) + GAP, ' ');
-            }
+    std::size_t total = std::accumulate(widths.begin(), widths.end(), GAP * (widths.size() - 1));
+    for (; total > limit; --total) {
+        const auto widest = std::ranges::max_element(widths);
+        if (*widest <= LEAST_WIDTH) {
+            break;
         }
-        all += '\n';
+        --*widest;
     }
-    return all;
+    return widths;
 }
 
-std::string printable(const std::string &text)
+std::string Table::text(std::size_t limit) const
 {
-    std::string result;
-    for (const char *at = text.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
-        if (g_unichar_isprint(g_utf8_get_char(at))) {
-            result.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
-        } else {
-            result += '?';
+    const std::vector<std::size_t> widths = columnWidths(limit);
+    std::string all;
+    for (const auto &row : rows) {
+        std::string line;
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            const std::string text = fitted(row[column], widths[column]);
+            line += text;
+            line.append(widths[column] - widthOf(text) + GAP, ' ');
         }
+        line.erase(line.find_last_not_of(' ') + 1);
+        all += line + '\n';
     }
-    return result;
+    return all;
 }
 
 } // namespace tovrelctl

@@ -1,6 +1,7 @@
-/** Tables of text for a terminal. */
+/** Tables of text for people. */
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -11,17 +12,19 @@ class Table {
 public:
     explicit Table(std::vector<std::string> headings);
 
-    /** A row with as many texts as there are headings. */
+    /** A row with as many texts as there are headings; they are made printable. */
     void add(std::vector<std::string> row);
 
-    /** All rows below the headings, each line ended; what is not printable is shown as "?". */
-    [[nodiscard]] std::string text() const;
+    /**
+     * All rows below the headings, each line ended. When lines would be longer than `limit` columns
+     * of a terminal, the widest texts are cut and end with "...".
+     */
+    [[nodiscard]] std::string text(std::size_t limit) const;
 
 private:
+    [[nodiscard]] std::vector<std::size_t> columnWidths(std::size_t limit) const;
+
     std::vector<std::vector<std::string>> rows;
 };
-
-/** A text as it may be written to a terminal: control characters become "?". */
-std::string printable(const std::string &text);
 
 } // namespace tovrelctl

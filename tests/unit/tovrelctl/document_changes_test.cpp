@@ -1,5 +1,5 @@
 /** What an import changes. */
-#include "tovrelctl/document.h"
+#include "tovrelctl/document_changes.h"
 #include "unit/tovrelctl/parsed.h"
 
 #include <gmock/gmock.h>
@@ -28,8 +28,7 @@ std::vector<std::string> changesOf(const std::string &imported, bool replace)
     const Json after = predict(current.get(), parsed(imported).get(), replace);
     std::vector<std::string> lines;
     for (const Change &change : differences(current.get(), after.get())) {
-        lines.push_back(change.what + ": " + change.before.value_or("nothing") + " -> " +
-                        change.after.value_or("nothing"));
+        lines.push_back(describe(change));
     }
     return lines;
 }
@@ -47,30 +46,29 @@ TEST(DocumentChanges, OfAReplacementByTheSameAreNone)
 
 TEST(DocumentChanges, OfAReplacementByNothingAreThoseToAFreshConfiguration)
 {
-    EXPECT_THAT(
-        changesOf("{}", true),
-        ElementsAre(
-            R"(topicPrefix: "custom" -> "default")", R"(customTopicPrefix: "x" -> "")",
-            "appendEventTopic: false -> true",
-            R"(filter 3: topicFilter "onvif:A", qos "QOS_2", retain "all" -> nothing)",
-            R"(subscription 0: topicFilter "a", qos "QOS_1", isStateData true, useDeviceTopicPrefix true -> nothing)",
-            R"(subscription 1: topicFilter "b", qos "QOS_0", isStateData false, useDeviceTopicPrefix false -> nothing)"));
+    EXPECT_THAT(changesOf("{}", true),
+                ElementsAre(R"(~ topicPrefix: "custom" -> "default")",
+                            R"(~ customTopicPrefix: "x" -> "")",
+                            "~ appendEventTopic: false -> true",
+                            R"(- filter 3: topicFilter "onvif:A", qos "QOS_2", retain "all")",
+                            R"(- subscription 0: topicFilter "a", qos "QOS_1", )"
+                            "isStateData true, useDeviceTopicPrefix true",
+                            R"(- subscription 1: topicFilter "b", qos "QOS_0", )"
+                            "isStateData false, useDeviceTopicPrefix false"));
 }
 
 TEST(DocumentChanges, AMergedFilterKeepsWhatIsLeftOut)
 {
     EXPECT_THAT(changesOf(R"({"publication":{"eventFilter":[{"id":"3","qos":"QOS_0"}]}})", false),
-                ElementsAre(R"(filter 3: topicFilter "onvif:A", qos "QOS_2", retain "all" -> )"
-                            R"(topicFilter "onvif:A", qos "QOS_0", retain "all")"));
+                ElementsAre(R"(~ filter 3: qos "QOS_2" -> "QOS_0")"));
 }
 
 TEST(DocumentChanges, AMergedSubscriptionIsReplacedWhole)
 {
     EXPECT_THAT(
         changesOf(R"({"subscription":[{"id":"0","topicFilter":"new"}]})", false),
-        ElementsAre(
-            R"(subscription 0: topicFilter "a", qos "QOS_1", isStateData true, useDeviceTopicPrefix true -> )"
-            R"(topicFilter "new", qos "QOS_0", isStateData false, useDeviceTopicPrefix false)"));
+        ElementsAre(R"(~ subscription 0: topicFilter "a" -> "new", qos "QOS_1" -> "QOS_0", )"
+                    "isStateData true -> false, useDeviceTopicPrefix true -> false"));
 }
 
 TEST(DocumentChanges, NewItemsHaveTheDefaultsOfTheService)
@@ -78,15 +76,23 @@ TEST(DocumentChanges, NewItemsHaveTheDefaultsOfTheService)
     EXPECT_THAT(
         changesOf(R"({"subscription":[{"id":"7"}],"publication":{"eventFilter":[{"id":"8"}]}})",
                   false),
-        ElementsAre(
-            R"(filter 8: nothing -> topicFilter "", qos "QOS_0", retain "property")",
-            R"(subscription 7: nothing -> topicFilter "", qos "QOS_0", isStateData false, useDeviceTopicPrefix false)"));
+        ElementsAre(R"(+ filter 8: topicFilter "", qos "QOS_0", retain "property")",
+                    R"(+ subscription 7: topicFilter "", qos "QOS_0", isStateData false, )"
+                    "useDeviceTopicPrefix false"));
 }
 
 TEST(DocumentChanges, ASettingIsChangedAlone)
 {
     EXPECT_THAT(changesOf(R"({"publication":{"topicPrefix":"none"}})", false),
-                ElementsAre(R"(topicPrefix: "custom" -> "none")"));
+                ElementsAre(R"(~ topicPrefix: "custom" -> "none")"));
+}
+
+TEST(DocumentChanges, AreToldInTheOrderOfTheNumbersOfTheIds)
+{
+    EXPECT_THAT(
+        changesOf(R"({"publication":{"eventFilter":[{"id":"10"},{"id":"9"},{"id":"x"}]}})", false),
+        ElementsAre(testing::StartsWith("+ filter 9:"), testing::StartsWith("+ filter x:"),
+                    testing::StartsWith("+ filter 10:")));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 /** What is wrong with a document is found before the service gets it. */
-#include "tovrelctl/document.h"
+#include "tovrelctl/document_check.h"
 #include "tovrelctl/failure.h"
 #include "unit/tovrelctl/parsed.h"
 
@@ -60,37 +60,50 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong)
          "subscription[1].qos: one of QOS_0, QOS_1, QOS_2 is expected"},
         {subscriptions(R"([{"id":"1"},{"id":"1"}])"), "subscription[1]: the id 1 stands twice"},
         {subscriptions(R"([{"id":"1","topicFilter":"a\nb"}])"),
-         "subscription[0].topicFilter: a line feed is not possible"},
+         "subscription 1: a topic filter with a line feed is not possible"},
     };
     for (const auto &one : cases) {
         EXPECT_EQ(findingOf(one.first), one.second) << one.first;
     }
 }
 
-TEST(DocumentCheck, TakesOnlyIdsAsTheServiceWritesThem)
+TEST(DocumentCheck, TakesTheIdsThatTheServiceCanKeep)
 {
-    for (const char *id : {R"("0")", R"("9")", R"("10")", R"("255")"}) {
+    const std::string expected = "'id' has to be a text with a number from 0 to 255";
+    for (const char *id : {R"("0")", R"("9")", R"("10")", R"("255")", R"("007")", R"("1a")"}) {
         EXPECT_EQ(findingOf(subscriptions(std::string(R"([{"id":)") + id + "}]")), "") << id;
     }
-    for (const char *id : {R"("")", R"("256")", R"("-1")", R"("007")", R"("00")", R"("1 ")",
-                           R"("1a")", R"("1000000000000000000000")", "1", "null"}) {
+    for (const char *id : {R"("")", R"("256")", R"("-1")", R"("x")", R"("1\n")",
+                           R"("1000000000000000000000")", "1", "null"}) {
         EXPECT_EQ(findingOf(subscriptions(std::string(R"([{"id":)") + id + "}]")),
-                  "subscription[0]: 'id' has to be a text with a number from 0 to 255")
+                  "subscription[0]: " + expected)
             << id;
     }
-    EXPECT_EQ(findingOf(subscriptions("[{}]")),
-              "subscription[0]: 'id' has to be a text with a number from 0 to 255");
+    EXPECT_EQ(findingOf(subscriptions("[{}]")), "subscription[0]: " + expected);
 }
 
-TEST(DocumentCheck, TakesNoMoreThan256Items)
+TEST(DocumentCheck, TakesTheFilterIdsThatTheServiceCanKeep)
+{
+    const auto filters = [](const std::string &id) {
+        return R"({"publication":{"eventFilter":[{"id":)" + id + "}]}}";
+    };
+    for (const char *id : {R"("0")", R"("door")", R"("256")", R"(" ")"}) {
+        EXPECT_EQ(findingOf(filters(id)), "") << id;
+    }
+    for (const char *id : {R"("")", R"("common")", R"("[")", R"("a]")", R"("a\tb")", "0"}) {
+        EXPECT_EQ(findingOf(filters(id)),
+                  "publication.eventFilter[0]: 'id' has to be a text with a number from 0 to 255")
+            << id;
+    }
+}
+
+TEST(DocumentCheck, LeavesTheLimitsToTheService)
 {
     std::string items;
-    for (int id = 0; id < 256; ++id) {
-        items += (items.empty() ? "" : ",") + (R"({"id":")" + std::to_string(id)) + R"("})";
+    for (int id = 0; id < 300; ++id) {
+        items += (items.empty() ? "" : ",") + (R"({"id":"1 )" + std::to_string(id)) + R"("})";
     }
     EXPECT_EQ(findingOf(subscriptions("[" + items + "]")), "");
-    EXPECT_EQ(findingOf(subscriptions("[" + items + ",{}]")),
-              "subscription: there are more than 256 items");
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 /** Words of the command line as values of the document. */
-#include "tovrelctl/settings.h"
+#include "tovrelctl/fields.h"
 
 #include "command_line/usage_error.h"
 

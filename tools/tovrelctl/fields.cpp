@@ -1,4 +1,4 @@
-#include "tovrelctl/settings.h"
+#include "tovrelctl/fields.h"
 
 #include "command_line/usage_error.h"
 
@@ -33,13 +33,19 @@ bool parseTruth(const Field &field, const std::string &text)
 
 } // namespace
 
+const Field *findField(Fields fields, std::string_view name)
+{
+    const auto found = std::ranges::find(fields, name, &Field::name);
+    return found == fields.end() ? nullptr : &*found;
+}
+
 const Field &settingOf(const std::string &name)
 {
+    if (const Field *const field = findField(SETTINGS, name)) {
+        return *field;
+    }
     std::string names;
     for (const Field &field : SETTINGS) {
-        if (name == field.name) {
-            return field;
-        }
         names += (names.empty() ? "" : ", ") + std::string(field.name);
     }
     throw UsageError("unknown setting '" + name + "', expected one of " + names);

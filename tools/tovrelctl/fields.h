@@ -4,7 +4,9 @@
 #include "tovrelctl/json.h"
 
 #include <array>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace tovrelctl {
 
@@ -18,6 +20,8 @@ struct Field {
     /** The texts of a CHOICE, ended by NULL. */
     std::array<const char *, 4> choices{};
 };
+
+using Fields = std::span<const Field>;
 
 /** The settings of "publication", in the order of the document. */
 inline constexpr std::array<Field, 5> SETTINGS{{
@@ -43,8 +47,14 @@ inline constexpr std::array<Field, 3> FILTER_FIELDS{{
     {"retain", Kind::CHOICE, {"none", "property", "all"}},
 }};
 
+/** The key of an item. */
+inline constexpr Field ID{"id", Kind::TEXT};
+
 /** Can only be read; stands beside the settings where they are shown. */
-inline constexpr const char *DEVICE_TOPIC_PREFIX = "deviceTopicPrefix";
+inline constexpr Field DEVICE_TOPIC_PREFIX{"deviceTopicPrefix", Kind::TEXT};
+
+/** The field of a name; null when there is none. */
+const Field *findField(Fields fields, std::string_view name);
 
 /** The setting of a name; throws UsageError with all names for an unknown one. */
 const Field &settingOf(const std::string &name);

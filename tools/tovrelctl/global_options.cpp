@@ -1,0 +1,45 @@
+#include "command_line/command_line.h"
+#include "command_line/usage_error.h"
+#include "tovrelctl/commands.h"
+#include "tovrelctl/service.h"
+
+#include <chrono>
+
+namespace tovrelctl {
+
+namespace {
+
+using command_line::UsageError;
+
+constexpr unsigned int LONGEST_TIMEOUT = 86400;
+
+} // namespace
+
+Service GlobalOptions::connect() const
+{
+    return Service(std::chrono::seconds(timeoutSeconds));
+}
+
+Words parse(command_line::CommandLine &line, GlobalOptions &options, const Words &words)
+{
+    std::optional<unsigned int> timeout;
+    line.flag("json", "Print JSON, for programs", options.json);
+    line.number("timeout", "SECONDS", "How long to wait for the service (default 60)",
+                LONGEST_TIMEOUT, timeout);
+    Words rest = line.parse(words);
+    if (timeout == 0U) {
+        throw UsageError("--timeout: at least 1 second is needed");
+    }
+    options.timeoutSeconds = timeout.value_or(options.timeoutSeconds);
+    return rest;
+}
+
+std::string onlyOne(const Words &words, const char *what)
+{
+    if (words.size() != 1) {
+        throw UsageError(std::string("exactly one ") + what + " is expected");
+    }
+    return words.front();
+}
+
+} // namespace tovrelctl

@@ -1,0 +1,59 @@
+#include "tovrelctl/printable.h"
+
+#include "interfaces/c_handles.h"
+
+#include <glib.h>
+
+namespace tovrelctl {
+
+namespace {
+
+constexpr gunichar LAST_OF_FOUR_DIGITS = 0xFFFF;
+
+/** Format characters are none: they could turn the text that follows around. */
+bool isShown(gunichar character)
+{
+    switch (g_unichar_type(character)) {
+    case G_UNICODE_LINE_SEPARATOR:
+    case G_UNICODE_PARAGRAPH_SEPARATOR:
+        return false;
+    default:
+        return g_unichar_isprint(character) != FALSE;
+    }
+}
+
+std::string escape(gunichar character)
+{
+    switch (character) {
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case '\t':
+        return "\\t";
+    default:
+        break;
+    }
+    return tovrel::GText(character > LAST_OF_FOUR_DIGITS ? g_strdup_printf("\\U%08X", character)
+                                                         : g_strdup_printf("\\u%04X", character))
+        .get();
+}
+
+} // namespace
+
+std::string printable(const std::string &text)
+{
+    const tovrel::GText valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+    std::string result;
+    for (const char *at = valid.get(); *at != '\0'; at = g_utf8_next_char(at)) {
+        const gunichar character = g_utf8_get_char(at);
+        if (isShown(character)) {
+            result.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
+        } else {
+            result += escape(character);
+        }
+    }
+    return result;
+}
+
+} // namespace tovrelctl
