@@ -30,8 +30,7 @@ def pattern_of(told):
 
 def printed_by(command, environment):
     return subprocess.run(["bash", "-c", command], check=True, text=True, env=environment,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          timeout=2 * DEADLINE_SECONDS).stdout
+                          stdout=subprocess.PIPE, timeout=2 * DEADLINE_SECONDS).stdout
 
 
 def test_the_first_steps_of_the_readme_are_true_word_for_word(environment, tmp_path):
