@@ -186,6 +186,19 @@ bool BrokerLink::wantsWrite() const
     return mosquitto_want_write(client.get());
 }
 
+bool BrokerLink::hasEnded() const
+{
+    char byte = 0;
+    errno = 0;
+    if (recv(fd(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) > 0) {
+        return false;
+    }
+    if (errno == ENOTCONN) {
+        errno = 0; // who has asked before was told the reason
+    }
+    return errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR;
+}
+
 int BrokerLink::read(bool &exhausted)
 {
     unacknowledged = true;

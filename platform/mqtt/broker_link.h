@@ -61,6 +61,9 @@ public:
     /** Descriptor to poll, -1 when there is no connection. */
     [[nodiscard]] int fd() const;
     [[nodiscard]] bool wantsWrite() const;
+    /** Whether the connection has ended and nothing is left to be read. If so sets errno, 0 for an
+     * unknown reason. */
+    [[nodiscard]] bool hasEnded() const;
     /**
      * Reads about one packet. `exhausted`: the socket may have nothing more to read now; certain
      * only if nothing waits to be written afterwards, as a queued answer looks the same.

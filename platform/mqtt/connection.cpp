@@ -181,6 +181,11 @@ void Connection::serveSocket(BrokerLink &link, short events)
     if (phase == Phase::WAITING) {
         return;
     }
+    // A TLS handshake that meets a connection refused counts as not yet finished with libmosquitto.
+    if (phase == Phase::CONNECTING && (events & POLLHUP) != 0 && link.hasEnded()) {
+        fail(link, link.reason(MOSQ_ERR_ERRNO));
+        return;
+    }
     if ((events & POLLOUT) != 0 || (events != 0 && !reading)) {
         if (!check(link, link.write())) {
             return;

@@ -186,4 +186,14 @@ MuteServer::~MuteServer()
     close(descriptor);
 }
 
+void MuteServer::resetNext() const
+{
+    const int connection = accept4(descriptor, nullptr, nullptr, SOCK_CLOEXEC);
+    char byte = 0;
+    recv(connection, &byte, sizeof byte, 0);
+    const linger atOnce{.l_onoff = 1, .l_linger = 0};
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    close(connection);
+}
+
 } // namespace mqtt_test

@@ -73,6 +73,8 @@ public:
     MuteServer &operator=(const MuteServer &) = delete;
 
     [[nodiscard]] int port() const { return listenPort; }
+    /** Takes the next connection and, once the client has said something, resets it. */
+    void resetNext() const;
 
 private:
     int listenPort = 0; // set while the descriptor is made

@@ -1,4 +1,5 @@
 #include "platform/mqtt/fixture.h"
+#include "platform/mqtt/reluctant_broker.h"
 
 #include <sys/mman.h>
 
@@ -319,6 +320,38 @@ TEST_F(MqttPublishTest, RetainsWhatIsToBeRetained)
     Subscriber late(broker, "kept");
     EXPECT_TRUE(waitUntil([&] { return late.count() == 1; }));
     EXPECT_EQ(late.messages(), std::vector<std::string>{"kept 0 1 last"});
+}
+
+TEST_F(MqttPublishTest, ABrokerThatConfirmsQos2AsIfItWereQos1IsToldWithTheRemedy)
+{
+    ReluctantBroker broker;
+    configure(broker.port());
+    broker.start();
+    TestClient client;
+    client.init();
+    client.publish("a", "x", 2);
+    ASSERT_TRUE(waitUntil([&] { return broker.received() == 1; }));
+    broker.confirm(1);
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "set maximum-qos=1 if it has no QoS 2"));
+}
+
+TEST_F(MqttPublishTest, NoMessageHasAHigherQosThanTheSettingsAllow)
+{
+    ReluctantBroker broker;
+    configure(broker.port(), "maximum-qos=1\n");
+    broker.start();
+    TestClient client;
+    client.init();
+    // More than may be under way at QoS 2, so they have become QoS 1.
+    constexpr std::size_t COUNT = 50;
+    for (std::size_t number = 0; number < COUNT; ++number) {
+        client.publish("a", "x", 2);
+    }
+    ASSERT_TRUE(waitUntil([&] { return broker.received() == COUNT; }));
+    broker.confirm(COUNT);
+    client.publish("a", "x", 2);
+    EXPECT_TRUE(waitUntil([&] { return broker.received() == COUNT + 1; }));
+    EXPECT_EQ(log.count(G_LOG_LEVEL_WARNING, ""), 0);
 }
 
 } // namespace

@@ -158,6 +158,26 @@ TEST_F(MqttTlsTest, WithoutAnAuthorityOfItsOwnItTrustsThoseOfTheSystemAlone)
     EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "certificate verify failed"));
 }
 
+TEST_F(MqttTlsTest, ABrokerThatIsNotThereIsNoticedAtOnce)
+{
+    configure(freePort(), "", "[tls]\nenabled=true\n");
+    TestClient client;
+    client.init();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to 127.0.0.1"));
+    EXPECT_EQ(log.count(G_LOG_LEVEL_WARNING, "no answer from the broker"), 0);
+}
+
+TEST_F(MqttTlsTest, AConnectionThatIsResetWhileItIsMadeIsNoticedAtOnce)
+{
+    const MuteServer server;
+    configure(server.port(), "", "[tls]\nenabled=true\n");
+    TestClient client;
+    client.init();
+    server.resetNext();
+    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to 127.0.0.1"));
+    EXPECT_EQ(log.count(G_LOG_LEVEL_WARNING, "no answer from the broker"), 0);
+}
+
 TEST_F(MqttTlsTest, ABrokerWithoutTlsIsAFailure)
 {
     Broker broker;

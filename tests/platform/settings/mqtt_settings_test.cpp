@@ -66,7 +66,7 @@ TEST_F(MqttSettingsTest, EveryKeyIsRead)
     const MqttSettings settings =
         load("[client]\nactive=false\ndevice-topic-prefix=site/7\n"
              "[broker]\nhost=broker.example\nport=8884\nkeepalive=120\nclient-id=me\nuser=u\n"
-             "password=p\\\\w\nclean-session=false\n"
+             "password=p\\\\w\nclean-session=false\nmaximum-qos=1\n"
              "[tls]\nenabled=true\nca-file=" +
              pem + "\ncert-file=" + pem + "\nkey-file=" + pem +
              "\nmin-version=1.3\n"
@@ -82,6 +82,7 @@ TEST_F(MqttSettingsTest, EveryKeyIsRead)
     expected.user = "u";
     expected.password = "p\\w";
     expected.cleanSession = false;
+    expected.maximumQos = 1;
     expected.tls = {true, pem, pem, pem, "tlsv1.3"};
     expected.will = MqttWillSettings{"site/7/gone", "bye", 1, true};
     expected.queueMessages = 5;
@@ -145,6 +146,8 @@ TEST_F(MqttSettingsTest, InvalidValuesAndThoseThatOnlyLookValidAreNamedAndReplac
         {"broker", "keepalive=65536"},
         {"broker", "client-id="},
         {"broker", "clean-session=perhaps"},
+        {"broker", "maximum-qos=3"},
+        {"broker", "maximum-qos=-1"},
         {"client", "active="},
         {"client", "device-topic-prefix=a/#"},
         {"client", "device-topic-prefix=+"},
