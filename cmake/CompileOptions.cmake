@@ -25,6 +25,11 @@ target_compile_definitions(tovrel_options INTERFACE
     GLIB_VERSION_MIN_REQUIRED=GLIB_VERSION_2_66
     GLIB_VERSION_MAX_ALLOWED=GLIB_VERSION_2_66)
 
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    # Times past 2038, and files that their file system has given a large number: docs/arm.md.
+    target_compile_definitions(tovrel_options INTERFACE _TIME_BITS=64 _FILE_OFFSET_BITS=64)
+endif()
+
 set(hardened $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 target_compile_options(tovrel_options INTERFACE
     $<${hardened}:-fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE>)

@@ -105,8 +105,19 @@ int lockAttempts()
     return attempts;
 }
 
-// The linker gives the calls of all objects in this program these names (option --wrap).
 // NOLINTBEGIN(bugprone-reserved-identifier, readability-identifier-naming)
+
+// What the C library calls them where 32 bits are not enough for times and offsets.
+#ifdef __USE_TIME_BITS64
+#define __wrap_open __wrap_open64
+#define __real_open __real_open64
+#define __wrap_openat __wrap_openat64
+#define __real_openat __real_openat64
+#define __wrap_fstat __wrap___fstat64_time64
+#define __real_fstat __real___fstat64_time64
+#endif
+
+// The linker gives the calls of all objects in this program these names (option --wrap).
 extern "C" {
 int __real_open(const char *path, int flags, ...);
 int __real_openat(int folder, const char *path, int flags, ...);
