@@ -3,7 +3,7 @@
 import json
 
 from bridge import kill_service, publish, service_pid, wait_for_subscription
-from publishing import HeldEvent, MessageWatcher
+from publishing import HeldEvent, MessageWatcher, wait_for_connection
 from test_configuration_api import done, export
 from tool import run, told
 
@@ -99,7 +99,7 @@ def test_settings_are_read_and_changed():
 def test_show_tells_everything_and_whether_the_broker_is_there():
     told("subscription", "add", "a")
     told("filter", "add", "onvif:A")
-    wait_for_subscription("a")
+    wait_for_connection(True)
     text = told("show")
     for part in ("connected\n", "Device topic prefix: norq/", "1 of 256 filters", "onvif:A",
                  "1 of 256 subscriptions\n"):
@@ -154,7 +154,7 @@ def test_wrong_usage_is_told_with_what_to_do():
             (["set", "topicPrefix"], "a SETTING and a VALUE are expected", " set"),
             (["set", "topicPrefix", "x"],
              "topicPrefix: 'x' is not one of default, custom, none", " set"),
-            (["set", "customTopicPrefix", b"\xff"], "an argument is not valid UTF-8", ""),
+            (["set", "customTopicPrefix", b"\xff"], "argument 2 is not valid UTF-8", ""),
             (["filter"], "list, add, set or remove is expected", " filter"),
             (["filter", "x\ny"],
              "unknown command 'x\\ny', expected list, add, set or remove", " filter"),

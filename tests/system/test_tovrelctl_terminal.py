@@ -43,12 +43,16 @@ def test_tables_are_cut_to_the_terminal_and_nowhere_else():
 
 
 def test_no_text_does_anything_to_a_terminal():
-    text = "a\033[31m\u202e\nb"
+    text = "a\033[31m\u202e\u009b\U000e0041\nb"
     done("set", "publication", data={"customTopicPrefix": text})
     for words in (["get", "customTopicPrefix"], ["get"], ["show"]):
         shown = shown_on_a_terminal(*words, columns=120)
-        assert "a\\u001B[31m\\u202E\\nb\n" in shown
-        assert "\033" not in shown and "\u202e" not in shown
+        assert "a\\u001B[31m\\u202E\\u009B\\uDB40\\uDC41\\nb\n" in shown
+        assert shown.replace("\n", "").isprintable()
+    for words in (["get", "customTopicPrefix", "--json"], ["export", "-"]):
+        shown = shown_on_a_terminal(*words, columns=120)
+        assert shown.replace("\n", "").isprintable()
+        assert json.loads(shown) == json.loads(told(*words))
     assert told("get", "customTopicPrefix") == text + "\n"
 
 

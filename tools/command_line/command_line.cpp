@@ -55,6 +55,15 @@ TextArray arrayOf(const std::string &first, const std::vector<std::string> &word
 
 } // namespace
 
+void requireUtf8(const std::vector<std::string> &words)
+{
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        if (g_utf8_validate(words[index].c_str(), -1, nullptr) == FALSE) {
+            throw UsageError("argument " + std::to_string(index + 1) + " is not valid UTF-8");
+        }
+    }
+}
+
 CommandLine::CommandLine(std::string programName, std::string command, std::string following,
                          std::string purpose, std::string details)
     : program(std::move(programName)),

@@ -12,6 +12,9 @@
 
 namespace command_line {
 
+/** Throws UsageError unless all words are valid UTF-8, as GOption leaves open. */
+void requireUtf8(const std::vector<std::string> &words);
+
 /**
  * Collects the options of a command, then parses a command line. The targets are written by
  * parse() and must live until then; a target whose option is not given keeps its value.

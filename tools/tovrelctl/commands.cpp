@@ -81,16 +81,6 @@ const NamedCommand &commandOf(const std::string &name)
     return *found;
 }
 
-void checkEncoding(const Words &words)
-{
-    const bool isText = std::ranges::all_of(words, [](const std::string &word) {
-        return g_utf8_validate(word.c_str(), -1, nullptr) != FALSE;
-    });
-    if (!isText) {
-        throw UsageError("an argument is not valid UTF-8");
-    }
-}
-
 int printHelp(const GlobalOptions &options, Words words)
 {
     if (words.empty()) {
@@ -125,7 +115,7 @@ int runNamed(const Words &words)
     }
     const NamedCommand &command = commandOf(name);
     if (!command.takesFile) {
-        checkEncoding(rest);
+        command_line::requireUtf8(rest);
     }
     return command.run(options, rest);
 }

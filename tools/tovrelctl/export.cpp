@@ -1,9 +1,9 @@
 /** The command that writes the whole configuration to a file. */
 #include "command_line/command_line.h"
-#include "command_line/output.h"
 #include "tovrelctl/commands.h"
 #include "tovrelctl/failure.h"
 #include "tovrelctl/files.h"
+#include "tovrelctl/output.h"
 #include "tovrelctl/service.h"
 
 namespace tovrelctl {
@@ -16,11 +16,11 @@ int runExport(GlobalOptions options, const Words &words)
         "\"tovrelctl import FILE --replace\" brings it back.");
     const std::string file = onlyOne(parse(line, options, words), "FILE");
     Service service = options.connect();
-    const std::string text = dump(service.configuration().get(), true) + '\n';
+    const Json document = service.configuration();
     if (file == STANDARD_STREAM) {
-        command_line::print(text);
+        printJson(document.get());
     } else {
-        replaceFile(file, text);
+        replaceFile(file, dump(document.get(), true) + '\n');
     }
     return EXIT_DONE;
 }

@@ -20,11 +20,23 @@ bool isTerminal()
     return isatty(STDOUT_FILENO) == 1;
 }
 
+std::string printableLines(const std::string &text)
+{
+    std::string result;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;
+         begin = end + 1) {
+        result += printable(text.substr(begin, end - begin)) + '\n';
+    }
+    return result;
+}
+
 } // namespace
 
 void printJson(const json_t *value)
 {
-    command_line::print(dump(value, true) + '\n');
+    const std::string text = dump(value, true) + '\n';
+    command_line::print(isTerminal() ? printableLines(text) : text);
 }
 
 void printText(const std::string &text)

@@ -8,7 +8,10 @@
 
 namespace tovrelctl {
 
-/** Writes a value to standard output as JSON for programs. Throws as command_line::print(). */
+/**
+ * Writes a value to standard output as JSON for programs; to a terminal, with escapes for what is
+ * not printable. Throws as command_line::print().
+ */
 void printJson(const json_t *value);
 
 /**

@@ -8,8 +8,6 @@ namespace tovrelctl {
 
 namespace {
 
-constexpr gunichar LAST_OF_FOUR_DIGITS = 0xFFFF;
-
 /** Format characters are none: they could turn the text that follows around. */
 bool isShown(gunichar character)
 {
@@ -34,9 +32,14 @@ std::string escape(gunichar character)
     default:
         break;
     }
-    return tovrel::GText(character > LAST_OF_FOUR_DIGITS ? g_strdup_printf("\\U%08X", character)
-                                                         : g_strdup_printf("\\u%04X", character))
-        .get();
+    glong count = 0;
+    const tovrel::CHandle<gunichar2, g_free> units(
+        g_ucs4_to_utf16(&character, 1, nullptr, &count, nullptr));
+    std::string text;
+    for (glong index = 0; index < count; ++index) {
+        text += tovrel::GText(g_strdup_printf("\\u%04X", unsigned{units.get()[index]})).get();
+    }
+    return text;
 }
 
 } // namespace

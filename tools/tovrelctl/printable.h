@@ -7,8 +7,8 @@ namespace tovrelctl {
 
 /**
  * A text that does nothing to a terminal but be shown: on one line, valid UTF-8, and with an escape
- * (\n, \t, \u001B) in the place of each character that is not printable. Backslashes stay as they
- * are, so this is for people and not to be read back.
+ * of JSON (\n, \t, \u001B) in the place of each character that is not printable. Backslashes stay
+ * as they are: a line of JSON still says the same, and any other text is for people.
  */
 std::string printable(const std::string &text);
 

@@ -1,17 +1,15 @@
 #include "event/tool/commands.h"
 
 #include "command_line/command_line.h"
+#include "command_line/output.h"
 #include "event/tool/declaration_text.h"
 #include "event/tool/failure.h"
 #include "event/tool/send_session.h"
 #include "event/tool/service.h"
 #include "event/tool/watch_session.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <string_view>
@@ -43,30 +41,14 @@ struct Command {
 constexpr std::array COMMANDS{Command{"list", runList}, Command{"send", runSend},
                               Command{"watch", runWatch}};
 
-void printWhole(const std::string &text)
-{
-    if (std::fputs(text.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
-        throw Failure(std::string("cannot write: ") + g_strerror(errno));
-    }
-}
-
-void checkEncoding(const std::vector<std::string> &words)
-{
-    for (std::size_t index = 0; index < words.size(); ++index) {
-        if (g_utf8_validate(words[index].c_str(), -1, nullptr) == FALSE) {
-            throw UsageError("argument " + std::to_string(index + 1) + " is not valid UTF-8");
-        }
-    }
-}
-
 int runNamed(const std::vector<std::string> &words)
 {
-    checkEncoding(words);
+    command_line::requireUtf8(words);
     if (words.empty()) {
         throw UsageError("a command is missing: list, send or watch");
     }
     if (words.front() == "--help" || words.front() == "-h" || words.front() == "help") {
-        printWhole(HELP);
+        command_line::print(HELP);
         return EXIT_DONE;
     }
     for (const Command &command : COMMANDS) {
@@ -94,7 +76,7 @@ int runList(const std::vector<std::string> &words)
     line.parse(words);
 
     const std::string document = listDeclarations();
-    printWhole(json ? document + '\n' : declarationLines(document));
+    command_line::print(json ? document + '\n' : declarationLines(document));
     return EXIT_DONE;
 }
 

@@ -26,7 +26,7 @@ TEST(Printable, EscapesWhatTurnsOrHidesTheTextAround)
 {
     EXPECT_EQ(printable("a\u202eb\u200bc\ufeff"), R"(a\u202Eb\u200Bc\uFEFF)");
     EXPECT_EQ(printable("a\u2028b\u2029"), R"(a\u2028b\u2029)");
-    EXPECT_EQ(printable("\U000E0041"), R"(\U000E0041)");
+    EXPECT_EQ(printable("\U000E0041"), R"(\uDB40\uDC41)");
 }
 
 TEST(Printable, MakesTextOfBytes)
