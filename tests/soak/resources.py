@@ -80,11 +80,12 @@ def compare(what, before, after):
 def judge_resources(incarnations, warm_up):
     """
     Each incarnation ends with what it had when it was warm, and had then what the first one had.
-    The first and the last must have become warm, or nothing is known.
+    The first must have become warm, and the last have lived on then, or nothing is known.
     """
     warm = [incarnation.warm(warm_up) for incarnation in incarnations]
     found = [f"the {name} incarnation did not become warm: nothing can be compared"
-             for name, samples in (("first", warm[0]), ("last", warm[-1])) if len(samples) < 2]
+             for name, samples, least in (("first", warm[0], 1), ("last", warm[-1], 2))
+             if len(samples) < least]
     if found:
         return found
     for number, samples in enumerate(warm, 1):

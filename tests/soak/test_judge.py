@@ -263,7 +263,7 @@ def test_an_incarnation_that_was_never_warm_between_others_is_passed_over():
 
 def test_nothing_to_compare_is_told():
     warm = aged(sample(70), sample(900))
-    assert len(resources_judged(warm, aged(sample(5)))) == 1
+    assert len(resources_judged(warm, aged(sample(70)))) == 1
     assert len(resources_judged(aged(sample(5)), warm)) == 1
 
 
