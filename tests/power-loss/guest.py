@@ -21,7 +21,6 @@ TOOLS = ("busybox", "dbus-daemon", "dbus-send", "mosquitto")
 MEBIBYTE = 1 << 20
 FILE_SYSTEM_SIZE = 32 * MEBIBYTE
 DISK_SIZE = FILE_SYSTEM_SIZE + MEBIBYTE
-BOOT_LIMIT_SECONDS = 1500
 DONE = "power-loss: done"
 
 
@@ -140,15 +139,19 @@ def make_disk(path):
     run("mke2fs", "-q", "-F", "-t", "ext4", "-b", "4096", path, str(FILE_SYSTEM_SIZE // 4096))
 
 
-def boot(kernel, archive, disk, log, console, skip=""):
-    """Runs the guest to its end. The disk takes one request at a time, as the log assumes."""
+def boot(kernel, archive, disk, log, console, seconds, skip=""):
+    """
+    Runs the guest to its end, which must come within so many seconds. The disk takes one request at
+    a time, as the log assumes. What is to be skipped is the service's flush of "folder" or "file".
+    """
     log.write_bytes(b"")
     parameters = f"console=ttyS0 quiet panic=-1 POWER_LOSS_MARKS={FILE_SYSTEM_SIZE}"
     if skip:
         parameters += f" POWER_LOSS_SKIP={skip}"
     # Whatever ends this program, the machine does not stay behind.
     command = [
-        "setpriv", "--pdeathsig", "KILL", "qemu-system-x86_64", "-accel", "tcg", "-machine", "q35", "-cpu", "max", "-m", "512",
+        "setpriv", "--pdeathsig", "KILL",
+        "qemu-system-x86_64", "-accel", "tcg", "-machine", "q35", "-cpu", "max", "-m", "512",
         "-nodefaults", "-display", "none", "-no-reboot", "-serial", f"file:{console}",
         "-kernel", kernel.image, "-initrd", archive, "-append", parameters,
         "-blockdev", f"driver=file,filename={disk},node-name=disk-file",
@@ -158,7 +161,14 @@ def boot(kernel, archive, disk, log, console, skip=""):
         "-blockdev", "driver=blklogwrites,file=disk,log=log,log-sector-size=512,node-name=logged",
         "-device", "virtio-scsi-pci,cmd_per_lun=1,num_queues=1",
         "-device", "scsi-hd,drive=logged,write-cache=on"]
-    subprocess.run(command, check=True, stdin=subprocess.DEVNULL, timeout=BOOT_LIMIT_SECONDS)
-    said = console.read_text(encoding="utf-8", errors="replace")
+    try:
+        subprocess.run(command, check=True, stdin=subprocess.DEVNULL, timeout=seconds)
+    except subprocess.TimeoutExpired as error:
+        raise GuestFailed(f"It did not end in {seconds} s.\n{text_of(console)}") from error
+    said = text_of(console)
     if not any(line.startswith(DONE) for line in said.splitlines()):
         raise GuestFailed(said[-4000:])
+
+
+def text_of(console):
+    return console.read_text(encoding="utf-8", errors="replace")

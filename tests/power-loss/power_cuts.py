@@ -14,7 +14,8 @@ from write_log import SECTOR, Flush, Mark, Write
 
 # In which the content of a disk is looked through.
 BLOCK = 4096
-PREFIX, SUBSET, TORN = "prefix", "subset", "torn"
+# From the simplest on.
+KINDS = PREFIX, SUBSET, TORN = "prefix", "subset", "torn write"
 # The file system's own superblock has a checksum and no second copy that a boot would turn to. Where
 # a disk tears these two sectors apart, no file is left to look at, whoever has written it.
 SUPERBLOCK_SECTORS = {2, 3}
@@ -97,21 +98,32 @@ def sector_digest(number, data):
 
 def states_at_cut(disk, following, chance, subsets, torn):
     """
-    States in which a cut leaves the disk before the entry that follows: all that was written, just
-    what must be there, some random subsets of what need not, and, where a write follows that has
-    several sectors, some in which a part of them has come through.
+    States in which a cut leaves the disk before the entry that follows: all that was written; just
+    what must be there; random subsets of what need not; and some in which one write of several
+    sectors, unflushed or under way, has come through in part.
     """
     yield disk.state(PREFIX, disk.pending)
     if disk.pending:
         yield disk.state(SUBSET, [])
         for _ in range(subsets):
             yield disk.state(SUBSET, some_of(disk.pending, chance))
-    if isinstance(following, Write) and len(following.data) > SECTOR:
-        for index in range(torn):
-            part = part_of(following.sectors(), chance)
-            # By turns with all earlier writes and with some of them.
-            earlier = some_of(disk.pending, chance) if index % 2 else disk.pending
-            yield disk.state(TORN, [*earlier, part])
+    under_way = [following.sectors()] if isinstance(following, Write) else []
+    for index in range(torn):
+        # By turns with all other writes and with some of them.
+        if writes := with_one_torn(disk.pending + under_way, chance, keep_others=index % 2 == 0):
+            yield disk.state(TORN, writes)
+
+
+def with_one_torn(writes, chance, keep_others):
+    """The writes, or some, in order, a part of one among them; nothing when none can be torn."""
+    candidates = [index for index, sectors in enumerate(writes) if len(sectors) > 1]
+    if not candidates:
+        return []
+    victim = chance.choice(candidates)
+    before, after = writes[:victim], writes[victim + 1:]
+    if not keep_others:
+        before, after = some_of(before, chance), some_of(after, chance)
+    return [*before, part_of(writes[victim], chance), *after]
 
 
 def some_of(writes, chance):

@@ -9,7 +9,7 @@ from pathlib import Path
 from configuration_files import FILES
 from file_system import BrokenFileSystem, ImageReader
 from judge import BROKEN, Found, Progress, Violation, look_at, violations_at
-from power_cuts import Disk, chance_of_cut, states_at_cut
+from power_cuts import KINDS, Disk, chance_of_cut, states_at_cut
 from write_log import Mark
 
 
@@ -34,7 +34,10 @@ class Finding:
 
 @dataclass(frozen=True)
 class Judged:
-    """A content of the disk, by the first cut that leaves it, and what is wrong after any cut."""
+    """
+    A content of the disk, by the first cut that leaves it in the simplest way, and what is wrong
+    after any cut.
+    """
 
     position: int
     kind: str
@@ -42,8 +45,8 @@ class Judged:
     findings: frozenset
 
     def merged(self, other):
-        first = min(self, other, key=lambda each: each.position)
-        return replace(first, findings=self.findings | other.findings)
+        simplest = min(self, other, key=lambda each: (KINDS.index(each.kind), each.position))
+        return replace(simplest, findings=self.findings | other.findings)
 
 
 class Examiner:

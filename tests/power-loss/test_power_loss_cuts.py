@@ -80,6 +80,12 @@ def test_beside_a_torn_write_others_may_be_lost():
     assert found == {"a...x.", ".b..x.", "a.....", ".b...."}
 
 
+def test_an_unflushed_write_may_have_come_through_in_part():
+    assert possible(disk_after(write(0, "ab"), write(4, "x")))[TORN] == {
+        "a...x.", ".b..x.", "a.....", ".b...."}
+    assert not possible(disk_after(write(0, "ab"), Flush()))[TORN]
+
+
 def test_a_write_of_one_sector_is_not_torn():
     assert not possible(disk_after(), write(0, "a"))[TORN]
 

@@ -5,8 +5,9 @@ from configuration_files import ITEMS, parse
 from disks import change_file_system, make_file_system
 from judge import BROKEN, LOST, STALE, TORN
 from plan import Save
-from power_cuts import SUBSET
-from replay import Effort, replay
+from power_cuts import PREFIX, SUBSET
+from power_cuts import TORN as TORN_WRITE
+from replay import Effort, Finding, Judged, replay
 from write_log import SECTOR, Flush, Mark, Write
 
 FIRST, SECOND = (f"0\n{letter * 20000}\n0\n0\n0\n".encode() for letter in "ab")
@@ -77,3 +78,10 @@ def test_a_file_system_that_nobody_can_mount_is_a_violation(images):
     destroyed = Write(0, bytes(8 * SECTOR))
     found = wrong(images[0], mark("begin 0"), destroyed, Flush())
     assert BROKEN in {kind for _, kind in found}
+
+
+def test_a_content_counts_as_the_simplest_kind_of_state_and_keeps_what_was_found_of_any():
+    finding = Finding(7, TORN_WRITE, TORN, "")
+    torn = Judged(7, TORN_WRITE, ITEMS, frozenset([finding]))
+    whole = Judged(8, PREFIX, ITEMS, frozenset())
+    assert torn.merged(whole) == whole.merged(torn) == Judged(8, PREFIX, ITEMS, {finding})
