@@ -76,10 +76,15 @@ struct BrokerLink::Callbacks {
 
 BrokerLink::BrokerLink(const MqttSettings &configured, const std::string &clientId,
                        BrokerListener &target)
-    : settings(configured), listener(target), client(nullptr, mosquitto_destroy)
+    : settings(configured), id(clientId), listener(target), client(nullptr, mosquitto_destroy)
 {
     initialiseLibrary();
-    client.reset(mosquitto_new(clientId.c_str(), settings.cleanSession, this));
+    create();
+}
+
+void BrokerLink::create()
+{
+    client.reset(mosquitto_new(id.c_str(), settings.cleanSession, this));
     if (!client) {
         throw std::runtime_error(std::string("mosquitto_new: ") + g_strerror(errno));
     }
@@ -105,6 +110,15 @@ BrokerLink::BrokerLink(const MqttSettings &configured, const std::string &client
 }
 
 BrokerLink::~BrokerLink() = default;
+
+void BrokerLink::startAnew()
+{
+    tlsReady = false;
+    corked = false;
+    unacknowledged = false;
+    queued = 0;
+    create();
+}
 
 void BrokerLink::setCallbacks()
 {

@@ -46,6 +46,12 @@ public:
     BrokerLink &operator=(const BrokerLink &) = delete;
 
     /**
+     * Forgets all messages of former connections. libmosquitto keeps those of QoS 2 that the broker
+     * has not released; in a session in which the broker counts them anew, one of these would be
+     * taken for another. Only while there is no connection, or to give it up.
+     */
+    void startAnew();
+    /**
      * Starts connecting, also after a loss. May block for the lookup of the broker's name.
      *
      * @param onlyIpv4 leaves out the broker's IPv6 addresses
@@ -98,12 +104,14 @@ private:
     using Client = std::unique_ptr<mosquitto, void (*)(mosquitto *)>;
     struct Callbacks;
 
+    void create();
     void setCallbacks();
     int prepareTls();
     void cork(bool on);
     void setTcpOption(int option, int value) const;
 
     const MqttSettings &settings;
+    const std::string id;
     BrokerListener &listener;
     std::string libraryError; // what libmosquitto said last while connecting
     bool tlsReady = false;

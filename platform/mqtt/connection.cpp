@@ -130,6 +130,9 @@ void Connection::wait(BrokerLink &link)
 
 void Connection::beginAttempt(BrokerLink &link)
 {
+    if (receivesQos2 && parts.settings.cleanSession) {
+        startAnew(link);
+    }
     phase = Phase::CONNECTING;
     accepted = false;
     refusal.clear();
@@ -210,6 +213,9 @@ void Connection::readAll(BrokerLink &link)
         }
         if (accepted && phase == Phase::CONNECTING) {
             becomeConnected(link);
+            if (phase != Phase::CONNECTED) {
+                return;
+            }
         }
         moreToRead = !exhausted || link.wantsWrite();
         if (exhausted && couldNotWrite) {
@@ -225,6 +231,18 @@ void Connection::readAll(BrokerLink &link)
 
 void Connection::becomeConnected(BrokerLink &link)
 {
+    if (receivesQos2 && !brokerHasSession && !parts.settings.cleanSession) {
+        // The broker has lost the session that was to persist. The next connection continues the
+        // one that it has begun now. It is left in order, or the broker would publish the last
+        // will.
+        if (link.disconnect() == MOSQ_ERR_SUCCESS) {
+            link.write();
+        }
+        startAnew(link);
+        phase = Phase::WAITING;
+        deadline = now();
+        return;
+    }
     phase = Phase::CONNECTED;
     link.connected();
     connectedSince = now();
@@ -233,6 +251,13 @@ void Connection::becomeConnected(BrokerLink &link)
     parts.subscriptions->connectionBegan(brokerHasSession);
     log.connected();
     announced = false;
+}
+
+void Connection::startAnew(BrokerLink &link)
+{
+    link.startAnew();
+    delivery.startAnew();
+    receivesQos2 = false;
 }
 
 void Connection::announceWhenRoomy()
@@ -273,6 +298,7 @@ void Connection::sendSubscriptions(BrokerLink &link)
                       change.filter.c_str(), mosquitto_strerror(code));
         } else if (change.qos) {
             subscribing.insert_or_assign(messageId, change.filter);
+            receivesQos2 = receivesQos2 || *change.qos == 2;
         }
     }
 }

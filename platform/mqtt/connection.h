@@ -79,6 +79,8 @@ private:
     void sendSubscriptions(BrokerLink &link);
     void watchTime(BrokerLink &link);
     void becomeConnected(BrokerLink &link);
+    /** Has nothing of former connections left, neither in libmosquitto nor in what is awaited. */
+    void startAnew(BrokerLink &link);
     /**
      * Tells that the client is connected once it can take new messages: those who waited for it
      * have as much to publish as they could keep, and would see it refused behind a backlog.
@@ -114,6 +116,7 @@ private:
     bool accepted = false;
     bool announced = false; // that this connection is there
     bool brokerHasSession = false;
+    bool receivesQos2 = false; // since the link began anew
     bool reading = true;
     bool moreToRead = false;
     bool timedOut = false;

@@ -3,6 +3,9 @@
 #include <glib.h>
 #include <mosquitto.h>
 
+#include <algorithm>
+#include <utility>
+
 namespace norq::mqtt {
 namespace {
 
@@ -65,7 +68,7 @@ bool Delivery::fits(const OutboundMessage &message) const
 void Delivery::handOver(BrokerLink &link)
 {
     while (hasWork()) {
-        const OutboundMessage &message = next.front();
+        OutboundMessage &message = next.front();
         int messageId = 0;
         const int code = link.publish(messageId, message);
         if (code == MOSQ_ERR_NO_CONN && message.qos == 0) {
@@ -73,7 +76,7 @@ void Delivery::handOver(BrokerLink &link)
         }
         // Without a connection libmosquitto keeps a message of QoS 1 or 2 all the same.
         if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) {
-            record(messageId, message);
+            record(messageId, std::move(message));
         } else {
             g_warning("MQTT: a message could not be sent and is dropped: %s",
                       mosquitto_strerror(code));
@@ -84,14 +87,14 @@ void Delivery::handOver(BrokerLink &link)
     }
 }
 
-void Delivery::record(int messageId, const OutboundMessage &message)
+void Delivery::record(int messageId, OutboundMessage &&message)
 {
     handedBytes += message.size();
     if (message.qos == 0) {
         beingWritten.push_back({messageId, message.size()});
     } else {
-        inFlight.emplace(messageId, Sent{message.size(), message.qos});
         inFlightQos2 += message.qos == 2 ? 1 : 0;
+        inFlight.push_back({messageId, std::move(message)});
     }
 }
 
@@ -110,10 +113,11 @@ void Delivery::published(int messageId)
         beingWritten.pop_front();
         return;
     }
-    const auto found = inFlight.find(messageId);
+    // Brokers confirm in order, as a rule: it is one of the first.
+    const auto found = std::ranges::find(inFlight, messageId, &Sent::messageId);
     if (found != inFlight.end()) {
-        finish(found->second.size);
-        inFlightQos2 -= found->second.qos == 2 ? 1 : 0;
+        finish(found->message.size());
+        inFlightQos2 -= found->message.qos == 2 ? 1 : 0;
         inFlight.erase(found);
     }
 }
@@ -124,6 +128,21 @@ void Delivery::connectionLost()
         finish(message.size);
     }
     beingWritten.clear();
+    settle();
+}
+
+void Delivery::startAnew()
+{
+    for (; !inFlight.empty(); inFlight.pop_back()) {
+        OutboundMessage &message = inFlight.back().message;
+        if (message.qos == 2) {
+            finish(message.size());
+        } else {
+            handedBytes -= message.size();
+            next.push_front(std::move(message));
+        }
+    }
+    inFlightQos2 = 0;
     settle();
 }
 

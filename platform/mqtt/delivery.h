@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <deque>
-#include <unordered_map>
 
 namespace norq::mqtt {
 
@@ -35,6 +34,11 @@ public:
      * others again by itself.
      */
     void connectionLost();
+    /**
+     * libmosquitto has forgotten all it was given. What the broker had not confirmed is handed over
+     * again, before all else; but QoS 2 is lost: the broker may have it already.
+     */
+    void startAnew();
     /** Gives the places of finished messages back to the queue. */
     void settle();
 
@@ -44,20 +48,20 @@ private:
         std::size_t size;
     };
     struct Sent {
-        std::size_t size;
-        int qos;
+        int messageId;
+        OutboundMessage message;
     };
 
     bool refill();
     void handOver(BrokerLink &link);
     [[nodiscard]] bool fits(const OutboundMessage &message) const;
-    void record(int messageId, const OutboundMessage &message);
+    void record(int messageId, OutboundMessage &&message);
     void finish(std::size_t size);
 
     OutboundQueue &queue;
-    std::deque<OutboundMessage> next;            // taken from the queue, not yet handed over
-    std::deque<Written> beingWritten;            // QoS 0 with libmosquitto, in order
-    std::unordered_multimap<int, Sent> inFlight; // QoS 1 and 2 by message id
+    std::deque<OutboundMessage> next; // taken from the queue, not yet handed over
+    std::deque<Written> beingWritten; // QoS 0 with libmosquitto, in order
+    std::deque<Sent> inFlight;        // QoS 1 and 2, in order
     std::size_t inFlightQos2 = 0;
     std::size_t handedBytes = 0;
     std::size_t finishedMessages = 0;
