@@ -30,7 +30,8 @@ class Broker:
     """What the broker got of the service, and handed to it, line by line of the broker's log."""
 
     PUBLISH = re.compile(r"Received PUBLISH from \S+-tovrel \(d\d, q(\d), r\d, m(\d+), '(.*)', ")
-    NUMBER = re.compile(r"/Soak/(?:[^/]*/)?(Q\d)/\$source/number/(\d+)$|/(?:norq/)?%s$" % MARK_LEVEL)
+    NUMBER = re.compile(r"/Soak/(?:[^/]*/)?(Q\d)/\$source/number/(\d+)$|"
+                        rf"/(?:norq/)?{MARK_LEVEL}$")
     COMPLETED = re.compile(r"Received PUBREL from \S+-tovrel \(Mid: (\d+)\)")
     CONNECTED = re.compile(r"New client connected from \S+ as \S+-tovrel ")
     HANDED_MARK = re.compile(rf"Sending PUBLISH to \S+-tovrel \(.*'{MARK_TOPIC}'")

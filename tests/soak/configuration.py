@@ -91,7 +91,7 @@ def setting(name, data):
 def of_settings(rng):
     """A change of what is published."""
     return [rng.choice((
-        setting("serial number in the payload", {"includeSerialNumberInPayload": rng.random() < 0.5}),
+        setting("serial number", {"includeSerialNumberInPayload": rng.random() < 0.5}),
         setting("topic namespaces", {"includeTopicNamespaces": rng.random() < 0.5}),
         setting("topic prefix", {"topicPrefix": rng.choice(("default", "none")),
                                  "customTopicPrefix": ""}),

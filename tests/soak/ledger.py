@@ -68,17 +68,30 @@ class Window:
         return self.repeats and self.behind - UNDER_WAY < number <= self.last
 
 
+def runs(numbers):
+    """Ascending numbers in words, neighbours as one."""
+    first_and_last = []
+    for number in numbers:
+        if first_and_last and number == first_and_last[-1][1] + 1:
+            first_and_last[-1][1] = number
+        else:
+            first_and_last.append([number, number])
+    return [f"number {first}" if first == last else f"numbers {first} to {last}"
+            for first, last in first_and_last]
+
+
 def judge_lane(lane, windows):
     """How many numbers each line excuses, and in words what none does."""
-    lost, found = collections.Counter(), []
+    lost, inexcusable = collections.Counter(), []
     own = [window for window in windows if window.lane is lane]
     for number in lane.missing():
         window = next((window for window in own if window.excuses(number)), None)
         if window is None:
-            found.append(f"{lane.name}: number {number} was lost, and no line allows it")
+            inexcusable.append(number)
             continue
         window.used += 1
         lost[window.line] += 1
+    found = [f"{lane.name}: {run} got lost, and no line allows it" for run in runs(inexcusable)]
     found += [f"{lane.name}: number {number} came twice" for number in lane.again
               if not any(window.lets_come_again(number) for window in own)]
     found += [f"{lane.name}: number {number} came behind {higher}" for number, higher in lane.late]

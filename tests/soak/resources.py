@@ -90,6 +90,7 @@ def judge_resources(incarnations, warm_up):
         return found
     for number, samples in enumerate(warm, 1):
         if samples:
-            found += compare(f"incarnation {number}, warm, beside the first", warm[0][0], samples[0])
-            found += compare(f"incarnation {number} from warm to its end", samples[0], samples[-1])
+            name = f"incarnation {number}"
+            found += compare(f"{name}, warm, beside the first", warm[0][0], samples[0])
+            found += compare(f"{name} from warm to its end", samples[0], samples[-1])
     return found

@@ -7,7 +7,8 @@ from configuration import draw_change
 
 # Often enough that an hour sees more than a hundred changes and dozens of outages of each kind.
 KINDS = (("change", 46), ("broker restart", 14), ("event service restart", 14),
-         ("change while the broker is away", 5), ("event service restart while the broker is away", 4),
+         ("change while the broker is away", 5),
+         ("event service restart while the broker is away", 4),
          ("SIGKILL", 7), ("SIGKILL during a change", 6), ("SIGKILL while the broker is away", 2),
          ("SIGKILL while the event service is away", 2))
 PAUSE_SECONDS = (3, 15)

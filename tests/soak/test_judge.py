@@ -50,11 +50,17 @@ def test_nothing_is_wrong_when_all_arrives():
 
 
 def test_a_number_lost_without_cause_is_told():
-    assert judged(lane_with(100, 50)) == ({}, ["Q: number 50 was lost, and no line allows it"])
+    assert judged(lane_with(100, 50)) == ({}, ["Q: number 50 got lost, and no line allows it"])
+
+
+def test_neighbours_lost_without_cause_are_told_as_one():
+    assert judged(lane_with(100, 50, 51, 52, 54))[1] == [
+        "Q: numbers 50 to 52 got lost, and no line allows it",
+        "Q: number 54 got lost, and no line allows it"]
 
 
 def test_the_last_number_lost_without_cause_is_told():
-    assert judged(lane_with(100, 100))[1] == ["Q: number 100 was lost, and no line allows it"]
+    assert judged(lane_with(100, 100))[1] == ["Q: number 100 got lost, and no line allows it"]
 
 
 @pytest.mark.parametrize("lost", (40, 61))
@@ -96,7 +102,7 @@ def test_more_of_qos_2_than_may_be_under_way_is_told():
     lost = range(41, 41 + QOS_2_UNDER_WAY + 1)
     lane = lane_with(100, *lost, qos=2)
     assert judged(lane, episode_of(lane, Cause.BROKER, behind=40, last=60)) == (
-        {"E12": QOS_2_UNDER_WAY}, [f"Q: number {lost[-1]} was lost, and no line allows it"])
+        {"E12": QOS_2_UNDER_WAY}, [f"Q: number {lost[-1]} got lost, and no line allows it"])
 
 
 def test_a_number_that_comes_twice_is_told():
@@ -135,6 +141,18 @@ def test_events_that_could_not_be_sent_must_be_among_what_is_lost():
 
 # the broker's log
 
+CONNECTED = "1: New client connected from 127.0.0.1:1 as norq-1-tovrel (p2, c1, k60)."
+RELEASED = "1: Received PUBREL from norq-1-tovrel (Mid: 7)"
+
+
+def received(topic, qos=2):
+    return (f"1: Received PUBLISH from norq-1-tovrel (d0, q{qos}, r0, m7, '{topic}', ... "
+            "(93 bytes))")
+
+
+NUMBER_1 = received("norq/1/event/tns:norq/Soak/Q2/$source/number/1")
+
+
 def broker_with(*lines):
     lane = Lane("Q2", EVENTS, 2)
     broker = Broker([lane])
@@ -143,35 +161,31 @@ def broker_with(*lines):
     return lane, broker
 
 
-PUBLISH = ("1: Received PUBLISH from norq-1-tovrel (d0, q2, r0, m7, "
-           "'norq/1/event/tns:norq/Soak/Q2/$source/number/1', ... (93 bytes))")
-
-
 def test_a_message_of_qos_2_has_arrived_only_when_it_is_released():
-    assert broker_with(PUBLISH)[0].arrived == []
-    released = "1: Received PUBREL from norq-1-tovrel (Mid: 7)"
-    assert broker_with(PUBLISH, released)[0].arrived == [1]
-    connected = "1: New client connected from 127.0.0.1:1 as norq-1-tovrel (p2, c1, k60)."
-    assert broker_with(PUBLISH, connected, released)[0].arrived == []
+    assert broker_with(NUMBER_1)[0].arrived == []
+    assert broker_with(NUMBER_1, RELEASED)[0].arrived == [1]
+    assert broker_with(NUMBER_1, CONNECTED, RELEASED)[0].arrived == []
 
 
 @pytest.mark.parametrize("topic", ("site/7/tns:norq/Soak/Q2/$source/number/1",
                                    "Soak/Q2/$source/number/1"))
 def test_numbers_are_read_whatever_the_prefix_is(topic):
-    lane, _ = broker_with(f"1: Received PUBLISH from norq-1-tovrel (d0, q2, r0, m7, '{topic}', ... (",
-                          "1: Received PUBREL from norq-1-tovrel (Mid: 7)")
-    assert lane.arrived == [1]
+    assert broker_with(received(topic), RELEASED)[0].arrived == [1]
 
 
-def test_a_message_that_nobody_sent_is_no_mark():
+def test_a_message_that_nobody_sent_is_told():
     with pytest.raises(AssertionError):
-        broker_with("1: Received PUBLISH from norq-1-tovrel (d0, q1, r0, m7, 'other', ... (9 bytes))")
+        broker_with(received("other"))
+
+
+def test_a_message_of_another_qos_than_its_filter_has_is_told():
+    with pytest.raises(AssertionError):
+        broker_with(received("Soak/Q2/$source/number/1", qos=1))
 
 
 def test_a_mark_belongs_to_its_connection():
-    connected = "1: New client connected from 127.0.0.1:1 as norq-1-tovrel (p2, c1, k60)."
-    mark = "1: Received PUBLISH from norq-1-tovrel (d0, q1, r0, m4, 'event/SoakZone', ... (128 bytes))"
-    assert broker_with(connected, mark, connected, mark)[1].marks_published == [1, 2]
+    mark = received("event/SoakZone", qos=1)
+    assert broker_with(CONNECTED, mark, CONNECTED, mark)[1].marks_published == [1, 2]
 
 
 # the log

@@ -30,6 +30,7 @@ class Trial:
         self.incarnations = []
         self.kills = 0
         self.steps_made = 0
+        self.connections_before = 0  # the episode
         write_files()
         self._keep_mark_message()
         self.mark = HeldProducer("--property", "number", "--topic", MARK_EVENT, "number:int=0")
