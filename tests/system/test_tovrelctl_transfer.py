@@ -221,7 +221,7 @@ def test_an_export_replaces_only_files_and_those_whole(tmp_path):
 def test_an_export_that_fails_leaves_the_old_file_and_nothing_else(tmp_path):
     file = tmp_path / "kept.json"
     file.write_text("old")
-    for call in ("write:error=ENOSPC", "fsync:error=EIO", "/rename:error=EACCES"):
+    for call in ("write:error=ENOSPC:when=1", "fsync:error=EIO", "/rename:error=EACCES"):
         ended = subprocess.run(
             ["strace", "-qq", "-o", "/dev/null", "-e", f"inject={call}", TOOL, "export", file],
             # leaks cannot be looked for in a process that is traced

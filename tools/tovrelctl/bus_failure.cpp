@@ -80,14 +80,14 @@ Unreachable explain(const BusFailure &failure)
     if (failure.mightHaveChanged && known.wasSent) {
         advice = "Whether it was done is not known: tovrelctl show\n" + advice;
     }
-    return Unreachable(known.message + (" (" + std::string(detail)) + ")", advice);
+    return {known.message + (" (" + std::string(detail)) + ")", advice};
 }
 
 Unreachable explainNoBus(int number)
 {
     const bool isForbidden = number == EACCES || number == EPERM;
-    return Unreachable(std::string("the system bus cannot be reached (") + g_strerror(number) + ")",
-                       isForbidden ? ASK_AS_ROOT : LOOK_AT_BUS);
+    return {std::string("the system bus cannot be reached (") + g_strerror(number) + ")",
+            isForbidden ? ASK_AS_ROOT : LOOK_AT_BUS};
 }
 
 } // namespace tovrelctl

@@ -2,6 +2,7 @@
 
 #include "tovrelctl/fields.h"
 
+#include <algorithm>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -116,12 +117,10 @@ Json freshConfiguration()
 
 bool isEqual(const json_t *one, const json_t *other, Fields fields)
 {
-    for (const Field &field : fields) {
-        if (json_equal(json_object_get(one, field.name), json_object_get(other, field.name)) == 0) {
-            return false;
-        }
-    }
-    return true;
+    return std::ranges::all_of(fields, [one, other](const Field &field) {
+        return json_equal(json_object_get(one, field.name), json_object_get(other, field.name)) !=
+               0;
+    });
 }
 
 void compareItems(const json_t *before, const json_t *after, const Collection &collection,

@@ -18,12 +18,15 @@ enum ExitStatus : int {
 /** What was asked for cannot be done. */
 class Failure : public std::runtime_error {
 public:
+    /** @param message why, on one line; may hold texts of others as they stand */
+    explicit Failure(const std::string &message) : std::runtime_error(message) {}
+
     /**
-     * @param message why, on one line; may hold texts of others as they stand
+     * @param message as above
      * @param advice  what the person can do about it, or has to know: lines without a line feed
      *                behind the last one; may be empty
      */
-    explicit Failure(const std::string &message, std::string advice = {})
+    Failure(const std::string &message, std::string advice)
         : std::runtime_error(message), hint(std::move(advice))
     {
     }
