@@ -41,7 +41,8 @@ class Relay:
     broker, so it must be made before the service starts. Other clients go to the broker itself.
     """
 
-    def __init__(self):
+    def __init__(self, broker_port=PORT):
+        self.broker_port = broker_port
         self.lock = threading.Lock()  # of all below
         self.lets_through = True
         self.losing = frozenset()
@@ -50,8 +51,8 @@ class Relay:
         self.threads = []
         self.listener = socket.create_server((HOST, 0))
         self._start(self._accept)
-        port = self.listener.getsockname()[1]
-        SETTINGS.write_text(re.sub(r"(?m)^port=.*$", f"port={port}", SETTINGS.read_text()))
+        self.port = self.listener.getsockname()[1]
+        SETTINGS.write_text(re.sub(r"(?m)^port=.*$", f"port={self.port}", SETTINGS.read_text()))
 
     def cut(self):
         """Ends the connection; from now on each new one is ended at once."""
@@ -73,6 +74,9 @@ class Relay:
 
     def wait_for_lost(self, count):
         wait_until(lambda: self.lost >= count, f"{count} packets got lost")
+
+    def passed(self, packet):
+        """Called for each packet that has got through, on one of the relay's threads."""
 
     def close(self):
         with self.lock:
@@ -105,7 +109,11 @@ class Relay:
         if not self.lets_through:
             client.close()
             return
-        broker = socket.create_connection((HOST, PORT))
+        try:
+            broker = socket.create_connection((HOST, self.broker_port))
+        except ConnectionRefusedError:
+            client.close()
+            return
         self.sockets += [client, broker]
         self._start(self._pump, client, broker)
         self._start(self._pump, broker, client)
@@ -118,6 +126,7 @@ class Relay:
                 for packet in packets:
                     if not self._loses(packet):
                         sink.sendall(packet)
+                        self.passed(packet)
         with suppress(OSError):
             sink.shutdown(socket.SHUT_RDWR)
 
