@@ -79,6 +79,8 @@ def save_with(saves, name, configuration):
 def violations_at(progress, found):
     """All that is wrong with what was found, where the guest has come to at the cut."""
     wrong = list(found.violations)
+    if any(violation.kind == BROKEN for violation in wrong):
+        return wrong  # nothing can be said of the files
     torn = {violation.detail.partition(",")[0] for violation in wrong}
     for name in FILES:
         number, acknowledged = found.saves.get(name), progress.acknowledged.get(name)

@@ -13,7 +13,7 @@ from pathlib import Path
 
 import guest
 from configuration_files import FILES
-from judge import LOST, STALE, TORN
+from judge import BROKEN, LOST, STALE, TORN
 from plan import make_lives, text_of_life
 from power_cuts import KINDS, PREFIX, SUBSET, ignore_flushes
 from replay import Effort, replay
@@ -40,19 +40,19 @@ class Control:
 
 CONTROLS = (Control("the folder is not flushed", (LOST, STALE), skip="folder"),
             Control("the file is not flushed", (TORN,), skip="file"))
-LYING_DISK = Control("the disk ignores flushes within a save", (TORN,))
+LYING_DISK = Control("the disk ignores flushes within a save", (TORN, BROKEN))
 
 
 class Bench:
     """A guest that goes through these lives, and what becomes of its disk."""
 
-    def __init__(self, told, lives):
+    def __init__(self, name, told, lives):
         self.kernel, self.work, self.seed = guest.Kernel(told.kernel), told.work, told.seed
         self.lives = lives
         texts = {f"life-{number}": text_of_life(number, saves)
                  for number, saves in enumerate(lives)}
-        self.root = guest.make_root(self.work / "root", told.build, self.kernel, texts)
-        self.base = self.work / "base"
+        self.root = guest.make_root(self.work / f"{name}.root", told.build, self.kernel, texts)
+        self.base = self.work / f"{name}.base"
         guest.make_disk(self.base)
 
     def record(self, name, skip=""):
@@ -141,7 +141,7 @@ def arguments():
 def run(told, stage):
     """Records, replays and judges; whether all is as it must be."""
     saves_of_life = max(FEWEST_SAVES, -(-told.states // (LIVES * STATES_PER_SAVE)))
-    bench = Bench(told, make_lives(told.seed, LIVES, saves_of_life))
+    bench = Bench("service", told, make_lives(told.seed, LIVES, saves_of_life))
     stage(f"the guest makes {bench.saves()} saves")
     entries = bench.record("service")
     stage(f"replaying {len(entries)} entries of the log")
@@ -149,7 +149,7 @@ def run(told, stage):
     stage("controls")
     lied = list(ignore_flushes(first_life(entries)))
     good &= report_control(LYING_DISK, bench.replay(lied, subsets=4, torn=0))
-    bench = Bench(told, bench.lives[:1])
+    bench = Bench("controls", told, bench.lives[:1])
     for control in CONTROLS:
         entries = bench.record(f"without-{control.skip}", control.skip)
         good &= report_control(control, bench.replay(entries, subsets=1, torn=0))
