@@ -21,8 +21,6 @@ using std::chrono::milliseconds;
 
 /** Packets read in a row before the other duties of the thread get their turn. */
 constexpr int MAX_READS = 256;
-/** The QoS by which a broker refuses a subscription. */
-constexpr int REFUSED = 128;
 /** Nobody's subscription: unsubscribing it is a packet that every broker answers and that changes
  * nothing. */
 constexpr const char *KEEPALIVE_FILTER = "$norq/keepalive";
@@ -373,42 +371,6 @@ void Connection::leave(BrokerLink &link)
         }
     }
     link.abandon();
-}
-
-void Connection::onConnect(int code, bool sessionPresent)
-{
-    accepted = code == 0;
-    brokerHasSession = sessionPresent;
-    if (code != 0) {
-        refusal = mosquitto_connack_string(code);
-    }
-}
-
-void Connection::onPublished(int messageId)
-{
-    delivery.published(messageId);
-}
-
-void Connection::onSubscribed(int messageId, int grantedQos)
-{
-    const auto found = subscribing.find(messageId);
-    if (found == subscribing.end()) {
-        return;
-    }
-    if (grantedQos >= REFUSED) {
-        log.subscriptionRefused(found->second);
-    }
-    subscribing.erase(found);
-}
-
-void Connection::onMessage(const mosquitto_message &message)
-{
-    InboundMessage received{message.topic, {}};
-    if (message.payload != nullptr && message.payloadlen > 0) {
-        received.payload.assign(static_cast<const char *>(message.payload),
-                                static_cast<std::size_t>(message.payloadlen));
-    }
-    parts.inbound->push(std::move(received));
 }
 
 } // namespace norq::mqtt
