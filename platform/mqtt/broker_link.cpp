@@ -11,6 +11,7 @@
 #include <exception>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace norq::mqtt {
 namespace {
@@ -74,9 +75,11 @@ struct BrokerLink::Callbacks {
     }
 };
 
-BrokerLink::BrokerLink(const MqttSettings &configured, const std::string &clientId,
-                       BrokerListener &target)
-    : settings(configured), id(clientId), listener(target), client(nullptr, mosquitto_destroy)
+BrokerLink::BrokerLink(const MqttSettings &configured, std::string clientId, BrokerListener &target)
+    : settings(configured),
+      id(std::move(clientId)),
+      listener(target),
+      client(nullptr, mosquitto_destroy)
 {
     initialiseLibrary();
     create();

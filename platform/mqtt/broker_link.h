@@ -40,7 +40,7 @@ public:
     static constexpr int MAX_IN_FLIGHT = 200;
 
     /** Throws std::runtime_error when libmosquitto refuses the settings or memory is exhausted. */
-    BrokerLink(const MqttSettings &configured, const std::string &clientId, BrokerListener &target);
+    BrokerLink(const MqttSettings &configured, std::string clientId, BrokerListener &target);
     ~BrokerLink();
     BrokerLink(const BrokerLink &) = delete;
     BrokerLink &operator=(const BrokerLink &) = delete;

@@ -168,7 +168,7 @@ bool Connection::check(BrokerLink &link, int code)
 
 std::string Connection::reasonOf(const BrokerLink &link, int code) const
 {
-    const std::string reason = link.reason(code);
+    std::string reason = link.reason(code);
     // Some brokers confirm QoS 2 as if it were QoS 1. The messages would go round for ever.
     if (code != MOSQ_ERR_PROTOCOL || !delivery.awaitsQos2()) {
         return reason;
