@@ -24,12 +24,10 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
-#include <string_view>
 
 namespace {
 
@@ -79,8 +77,10 @@ void call(sd_bus *bus, const std::string &line)
 {
     const clients::Message request = clients::newCall(bus, line);
     sd_bus_message *raw = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-    clients::require(sd_bus_call(bus, request.get(), REPLY_LIMIT, &error, &raw), line.c_str());
+    sd_bus_error error{};
+    if (sd_bus_call(bus, request.get(), REPLY_LIMIT, &error, &raw) < 0) {
+        giveUp(line.substr(0, SECTOR) + ": " + (error.message != nullptr ? error.message : "?"));
+    }
     const clients::Message reply(raw, sd_bus_message_unref);
     const std::string answer = clients::describe(reply.get());
     if (answer != "ok 0" && !answer.starts_with(R"(ok {"data":)")) {
