@@ -121,7 +121,8 @@ int add(const char *topic)
     std::puts("sent");
     std::fflush(stdout);
     while (!done) {
-        if (sd_bus_process(bus, nullptr) < 0 || sd_bus_wait(bus, UINT64_MAX) < 0) {
+        const int result = sd_bus_process(bus, nullptr);
+        if (result < 0 || (result == 0 && sd_bus_wait(bus, LONGEST_CALL_MICROSECONDS) < 0)) {
             return EXIT_FAILURE;
         }
     }

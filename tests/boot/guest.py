@@ -61,6 +61,8 @@ class Guest:
         # Its own, as of a machine that was set up: the first boot is not what is tried here.
         (root / "etc/machine-id").write_text(os.urandom(16).hex() + "\n", encoding="ascii")
         (root / "etc/hostname").write_text("guest\n", encoding="ascii")
+        # As the installer writes it.
+        (root / "etc/hosts").write_text("127.0.0.1 localhost\n::1 localhost\n", encoding="ascii")
 
     def boot(self):
         # It takes no orders from anything that is not a terminal.

@@ -89,7 +89,8 @@ int main(int argc, char **argv)
     }
     tellWrite(argv[1]);
     for (const char *const folder :
-         {"/etc", "/etc/norq", "/usr/lib", "/var/lib", "/run", "/dev/shm", "/root", "/home"}) {
+         {"/etc", "/etc/norq", "/usr/lib", "/var/lib", "/run", "/dev/shm", "/dev/mqueue", "/tmp",
+          "/var/tmp", "/run/open", "/var/lib/open", "/root", "/home"}) {
         tellWrite(folder);
     }
     tellOpen("read the password of the broker", "/etc/norq/mqtt.conf", O_RDONLY);

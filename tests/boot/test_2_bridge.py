@@ -3,6 +3,7 @@
 import json
 
 import pytest
+from service import END_SECONDS
 from waiting import wait_until
 
 # Both clients give up by themselves, so that a case that fails leaves nothing behind.
@@ -35,7 +36,7 @@ def test_a_message_becomes_an_event(guest, unconfigured):
 
     # Neither the watcher nor the subscription need be there already.
     wait_until(arrives, "the watcher has an event")
-    output = watcher.communicate()[0]
+    output = watcher.communicate(timeout=END_SECONDS)[0]
     assert watcher.returncode == 0, output
     assert "building/7/door" in output
     json.loads(output)
@@ -51,7 +52,7 @@ def test_an_event_becomes_a_message(guest, unconfigured):
         return subscriber.poll() is not None
 
     wait_until(arrives, "the subscriber has a message")
-    output = subscriber.communicate()[0]
+    output = subscriber.communicate(timeout=END_SECONDS)[0]
     assert subscriber.returncode == 0, output
     topic, payload = output.strip().split(" ", 1)
     assert topic.endswith("/event/Door/Front")

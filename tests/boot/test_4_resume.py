@@ -3,7 +3,7 @@
 import time
 
 import pytest
-from service import ITEMS, PUBLICATION, UNIT
+from service import END_SECONDS, ITEMS, PUBLICATION, UNIT
 from waiting import wait_until
 
 # Five seconds, and up to one more by the way in which timers are gathered.
@@ -24,7 +24,7 @@ def configure_while_ending(service, topic_filter):
     assert caller.stdout.readline() == "sent\n"
     wait_until(lambda: time.monotonic() >= due, "the end of the service is due")
     service.signal_process("CONT", ending)
-    assert caller.communicate()[0] == "0\n", "the change was accepted"
+    assert caller.communicate(timeout=END_SECONDS)[0] == "0\n", "the change was accepted"
     wait_until(lambda: service.main_pid() != ending, "the service has ended")
     log = service.log(f"--unit={UNIT}", f"_PID={ending}")
     assert "Name released - quitting main loop" in log
