@@ -8,31 +8,41 @@ from waiting import wait_until
 PUBLISH, PINGRESP = 0x30, 0xD0
 
 
+def topic_in(packet):
+    """The topic of a PUBLISH packet."""
+    begin = 1
+    while packet[begin] & 0x80:  # of the packet's length
+        begin += 1
+    begin += 1
+    length = int.from_bytes(packet[begin:begin + 2], "big")
+    return packet[begin + 2:begin + 2 + length].decode()
+
+
 class Tap(Relay):
     """Between the service and a broker; cut() and open() interrupt them."""
 
     def __init__(self, broker_port):
-        self.seen = Counter()
+        self.packets = Counter()  # by their first byte
+        self.qos_of_topics = {}
         super().__init__(broker_port)
 
     def passed(self, packet):
         with self.lock:
-            self.seen[packet[0]] += 1
+            self.packets[packet[0]] += 1
+            if packet[0] & 0xF0 == PUBLISH:
+                qos = (packet[0] >> 1) & 3
+                self.qos_of_topics.setdefault(topic_in(packet), set()).add(qos)
 
-    def published(self, qos):
-        """How many messages of this QoS have passed, in both directions, repetitions included."""
+    def qos_of(self, topic):
+        """Each QoS that messages of a topic have passed with, in both directions."""
         with self.lock:
-            return sum(count for first, count in self.seen.items()
-                       if first & 0xF0 == PUBLISH and (first >> 1) & 3 == qos)
-
-    def qos_published(self):
-        """Each QoS that messages have passed with."""
-        return {qos for qos in (0, 1, 2) if self.published(qos)}
+            return set(self.qos_of_topics.get(topic, ()))
 
     def wait_until_confirmed(self):
         """Waits until a message of QoS 1 or 2 is through, whoever sent it."""
-        wait_until(lambda: self.seen[PUBACK] + self.seen[PUBCOMP] > 0, "a message is confirmed")
+        wait_until(lambda: self.packets[PUBACK] + self.packets[PUBCOMP] > 0,
+                   "a message is confirmed")
 
     def wait_for(self, first_byte, count):
-        wait_until(lambda: self.seen[first_byte] >= count,
+        wait_until(lambda: self.packets[first_byte] >= count,
                    f"{count} packets of kind {first_byte:#x} have passed")

@@ -13,14 +13,14 @@ MEBIBYTE = 1024 * 1024
 def test_messages_become_events_once_each_and_in_order(device, client, broker, tap, events, observe,
                                                        qos):
     """300 messages of a client become events, once each and in order; the QoS the device gets"""
-    device.start(item(0, f"{device.topic}/burst", qos=qos))
+    topic = f"{device.topic}/burst"
+    device.start(item(0, topic, qos=qos))
     device.wait_until_listening(client, events)
-    tap.seen.clear()
     sent = [f"message {number}" for number in range(300)]
     sending_qos = min(qos, broker.highest_qos)
-    client.publish(f"{device.topic}/burst", *sent, "end", qos=sending_qos)
+    client.publish(topic, *sent, "end", qos=sending_qos)
     assert events.payloads_until("end") == sent
-    assert tap.qos_published() == {sending_qos}
+    assert tap.qos_of(topic) == {sending_qos}
     observe(f"QoS {qos}: as {sending_qos}")
 
 
