@@ -11,7 +11,7 @@ readonly ARM_ROOT=build/arm-root
 
 # Of this machine's architecture: to build, to emulate, and to run the tests and the sandbox.
 readonly ARM_ROOT_NATIVE=(
-    ca-certificates ccache cmake debhelper dpkg-dev fakeroot git lintian ninja-build
+    build-essential ca-certificates ccache cmake debhelper dpkg-dev fakeroot git lintian ninja-build
     crossbuild-essential-arm64 crossbuild-essential-armhf
     busybox-static bubblewrap cpio dbus-daemon libglib2.0-bin mosquitto mosquitto-clients openssl
     procps python3 python3-jsonschema python3-pytest qemu-system-arm qemu-user-static strace systemd
