@@ -87,7 +87,7 @@ def test_the_users_stay_for_the_files_they_may_have_left(guest):
 
 
 def test_the_libraries_for_other_programs_come_and_go_alone(guest):
-    guest.shell("cd packages && apt install -y --no-install-recommends ./libnorq-*0_*.deb")
+    guest.shell("cd packages && apt install -y --no-install-recommends ./libnorq-*0_[0-9]*.deb")
     assert "libnorq-event.so.0 " in guest.run("ldconfig", "--print-cache")
     guest.run("apt", "purge", "-y", "libnorq-*")
     assert "libnorq" not in guest.run("ldconfig", "--print-cache")
