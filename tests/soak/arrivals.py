@@ -149,10 +149,13 @@ class Arrivals:
         if self.failure:
             raise AssertionError("reading what arrives has failed") from self.failure
 
-    def close(self):
-        """Takes all there is by now, and ends."""
+    def stop(self):
         self.stopping.set()
         self.thread.join()
+
+    def close(self):
+        """Takes all there is by now, and ends."""
+        self.stop()
         with self.lock:
             self._take_all()
         self.watcher.close()

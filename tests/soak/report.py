@@ -62,7 +62,9 @@ class Report:
         self.trial = trial
         self.warm_up = warm_up
         self.heading = heading
-        self.losses, self.found = judge_losses(trial.lanes, trial.episodes)
+        self.found = list(trial.failures)
+        self.losses, wrong = judge_losses(trial.lanes, trial.episodes)
+        self.found += wrong
         self.lines, wrong = judge_log(trial.episodes)
         self.found += wrong
         self.found += judge_refusals(self.losses, self.lines)

@@ -145,6 +145,8 @@ def main():
         run_schedule(trial, options, warm_up)
         trial.finish()
         trial.close()
+    except AssertionError as failure:
+        trial.abandon(failure)
     finally:
         for name in KEPT_LOGS:
             shutil.copy(LOGS / name, options.results)

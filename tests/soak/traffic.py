@@ -124,7 +124,8 @@ class Traffic:
 
     def stop(self):
         self.stopping.set()
-        self.thread.join()
+        if self.thread.is_alive():
+            self.thread.join()
 
     def close(self):
         """When it returns, everything has been handed over."""

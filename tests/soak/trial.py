@@ -30,6 +30,7 @@ class Trial:
         self.incarnations = []
         self.kills = 0
         self.steps_made = 0
+        self.failures = []  # in words: what ended it early
         self.connections_before = 0  # the episode
         write_files()
         self._keep_mark_message()
@@ -61,6 +62,7 @@ class Trial:
     def start_service(self, episode):
         call_service()
         self.incarnations.append(Incarnation(service_pid()))
+        self.incarnations[-1].take_sample()
         episode.happens(Cause.START)
 
     def kill_service(self, episode):
@@ -125,8 +127,7 @@ class Trial:
             self.wait_until(lambda: all(lane.first_behind(reached[lane]) for lane in self.lanes),
                             f"everything flows after '{episode.name}'")
             reached = {lane: lane.first_behind(reached[lane]) - 1 for lane in self.lanes}
-        self.arrivals.belong_to(episode)  # whose lines are all there now
-        if any(OVERFLOW in line for _, line in episode.lines):
+        if self._has_overflowed():
             episode.happens(Cause.OVERFLOW)
         episode.settled(reached)
         assert service_pid() == self.incarnations[-1].pid, "the service has ended by itself"
@@ -141,7 +142,21 @@ class Trial:
         if causes & {Cause.START, Cause.BROKER, Cause.MESSAGES_CHANGED}:
             self._wait_for_mark(self.broker.marks_handed, newest, f"mark of {MESSAGES}")
         if causes & {Cause.START, Cause.EVENT_SERVICE, Cause.EVENTS_CHANGED}:
+            self._make_up_for_a_dropped_mark()
             self._wait_for_mark(self.broker.marks_published, newest, f"mark of {EVENTS}")
+
+    def _has_overflowed(self):
+        episode = self.episodes[-1]
+        self.arrivals.belong_to(episode)  # whose lines are all there now
+        return any(OVERFLOW in line for _, line in episode.lines)
+
+    def _make_up_for_a_dropped_mark(self):
+        """
+        The mark was among the first that waited for the broker. When the queue has overflowed,
+        what brought the mark about is long done, so that another one tells the same.
+        """
+        if self._has_overflowed():
+            self.mark.send("number=0")
 
     def _wait_for_mark(self, marks, newest, what):
         self.wait_until(lambda: any(number >= newest for number in marks), what)
@@ -163,6 +178,12 @@ class Trial:
         self.traffic.close()
         self.wait_until(lambda: all(lane.highest >= lane.sent for lane in self.lanes),
                         "the last of each lane arrives")
+
+    def abandon(self, failure):
+        """Ends early, and keeps what is known by now."""
+        self.failures.append(f"ended early, in '{self.episodes[-1].name}': {failure}")
+        self.traffic.stop()
+        self.arrivals.stop()
 
     def close(self):
         self.arrivals.close()
