@@ -32,9 +32,10 @@ endif()
 
 set(hardened $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 target_compile_options(tovrel_options INTERFACE
-    $<${hardened}:-fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE>)
-target_compile_definitions(tovrel_options INTERFACE $<${hardened}:_FORTIFY_SOURCE=2>
-    $<${hardened}:_GLIBCXX_ASSERTIONS>)
+    $<${hardened}:-fstack-protector-strong -fstack-clash-protection>
+    # Both in this place and order: definitions stand before options, and would be undone by them.
+    $<${hardened}:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+target_compile_definitions(tovrel_options INTERFACE $<${hardened}:_GLIBCXX_ASSERTIONS>)
 target_link_options(tovrel_options INTERFACE
     $<${hardened}:-Wl,-z,relro,-z,now,-z,noexecstack> -Wl,--as-needed)
 
