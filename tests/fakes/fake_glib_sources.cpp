@@ -3,7 +3,6 @@
 #include "fakes/call_record.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <iterator>
 
 namespace tovrel::test {
@@ -101,13 +100,13 @@ gboolean __wrap_g_source_remove(guint id)
 
 GSource *__wrap_g_main_context_find_source_by_id(GMainContext * /*context*/, guint id)
 {
-    static std::byte something;
+    static GSource something;
     const auto &sources = FakeGlibSources::instance().sources;
     const bool isThere = std::any_of(sources.begin(), sources.end(), [id](const auto &source) {
         return source.id == id && source.attached;
     });
     // Nothing but whether there is one can be told of it.
-    return isThere ? reinterpret_cast<GSource *>(&something) : nullptr;
+    return isThere ? &something : nullptr;
 }
 
 void __wrap_g_main_loop_run(GMainLoop *loop)
