@@ -142,6 +142,17 @@ def test_limits_of_an_import_are_told_in_the_services_words_and_leave_what_was_t
         1, "", "tovrelctl: there would be 258 subscriptions, and tovrel takes 256\n")
 
 
+def test_a_refusal_that_changed_nothing_leaves_nothing_to_put_back():
+    """What is there is too large to be put back with one request."""
+    long = "x" * 65000
+    for first in (0, 10):
+        told("import", "-", stdin=json.dumps({"subscription": [
+            {"id": str(number), "topicFilter": long} for number in range(first, first + 10)]}))
+    document = {"subscription": [{"id": str(n), "topicFilter": long} for n in range(17)]}
+    assert run("import", "-", "--replace", stdin=json.dumps(document)) == (
+        1, "", "tovrelctl: Request is longer than 1048576 bytes\nNothing was changed.\n")
+
+
 def test_an_import_that_cannot_be_saved_tells_what_is_changed_all_the_same():
     told("filter", "add", "onvif:A", "--qos", "2")
     told("subscription", "add", "a")

@@ -11,6 +11,7 @@
 #include "tovrelctl/printable.h"
 #include "tovrelctl/service.h"
 
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -104,7 +105,12 @@ void tellState(const GlobalOptions &options, Service &service, const Json &befor
         failure.addAdvice("Nothing was changed.");
         return;
     }
-    printChanges(options, *changes, true);
+    try {
+        printChanges(options, *changes, true);
+    } catch (const std::exception &) {
+        failure.addAdvice("What was changed cannot be told here: tovrelctl show");
+        return;
+    }
     failure.addAdvice("Only what is listed was changed.");
 }
 

@@ -64,6 +64,21 @@ std::string tryToPutBack(Service &service, const std::vector<json_t *> &filters)
     }
 }
 
+/** Undoes what a refused replacing import has done to the configuration, if anything. */
+void putBack(Service &service, const Json &before, Refused &refusal)
+{
+    try {
+        if (differences(before.get(), service.configuration().get()).empty()) {
+            return;
+        }
+        service.request({.operation = "import", .data = share(before.get()), .replace = true});
+    } catch (const Failure &failure) {
+        refusal.addAdvice("What was there before could not be put back (" +
+                          printable(failure.what()) +
+                          ").\nIts files still have it: systemctl restart tovrel");
+    }
+}
+
 } // namespace
 
 Json documentWithFilters(const std::vector<json_t *> &filters)
@@ -105,13 +120,7 @@ void importReplacing(Service &service, const Json &before, const Json &document)
     try {
         service.request({.operation = "import", .data = share(document.get()), .replace = true});
     } catch (Refused &refusal) {
-        try {
-            service.request({.operation = "import", .data = share(before.get()), .replace = true});
-        } catch (const Failure &failure) {
-            refusal.addAdvice("What was there before could not be put back (" +
-                              printable(failure.what()) +
-                              ").\nIts files still have it: systemctl restart tovrel");
-        }
+        putBack(service, before, refusal);
         throw;
     }
 }

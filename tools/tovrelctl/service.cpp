@@ -82,7 +82,10 @@ void appendText(sd_bus_message *call, const std::string &text)
     const std::string_view name = error.name == nullptr ? "" : error.name;
     const std::string_view message = error.message == nullptr ? "" : error.message;
     if (name == SERVICE_ERROR) {
-        throw Failure("tovrel failed: " + std::string(message), "See: journalctl -u tovrel");
+        throw Failure(
+            "tovrel failed: " + std::string(message),
+            std::string(changes ? "Whether it was done is not known: tovrelctl show\n" : "") +
+                "See: journalctl -u tovrel");
     }
     throw explain({name, message, -result, changes});
 }
