@@ -11,6 +11,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <sstream>
 #include <utility>
 
@@ -45,6 +46,14 @@ std::string firstWord(const std::string &text)
     std::string word;
     std::istringstream(text) >> word;
     return word;
+}
+
+/** A key file has no way to write a form feed, and takes it for a blank before the value. */
+std::string withoutLeadingFormFeed(const std::string &text)
+{
+    return text.starts_with('\f')
+               ? text.substr(std::min(text.find_first_not_of(" \t\f"), text.size()))
+               : text;
 }
 
 } // namespace
@@ -146,6 +155,9 @@ ConfigurationState KeepingBridge::lastingState() const
         fresh.setEventFilter(id, EventFilterConfig(filter.getTopicFilter().c_str(), filter.getQos(),
                                                    filter.retainPolicyText().c_str()));
     }
+    const PublicationSettings settings = publication.getSettings();
+    fresh.setTopicPrefixSetting(withoutLeadingFormFeed(settings.topicPrefixSetting));
+    fresh.setCustomTopicPrefix(withoutLeadingFormFeed(settings.customTopicPrefix));
     return stateOf(items, fresh);
 }
 
