@@ -130,6 +130,11 @@ class Guest:
         """As a machine is: services are stopped. Or else it is switched off."""
         if self.container is None:
             return
+        if self.leader is None:
+            self.container.kill()
+            self.container.wait()
+            self.container = None
+            return
         # What systemd takes for "halt".
         os.kill(self.leader, signal.SIGRTMIN + 3)
         try:

@@ -11,7 +11,7 @@ from arrivals import Broker
 from causes import QOS_2_UNDER_WAY, Cause, Episode
 from expected_log import NOT_SENT, OVERFLOW, judge_log
 from ledger import EVENTS, MESSAGES, Lane
-from report import judge_losses, judge_refusals
+from report import judge_excuses, judge_losses, judge_refusals
 from resources import (DESCRIPTOR_TOLERANCE, RSS_TOLERANCE, Incarnation, Sample, descriptors_of,
                        judge_resources, rss_of)
 from schedule import KINDS, plans
@@ -51,6 +51,13 @@ def test_nothing_is_wrong_when_all_arrives():
 
 def test_a_number_lost_without_cause_is_told():
     assert judged(lane_with(100, 50)) == ({}, ["Q: number 50 got lost, and no line allows it"])
+
+
+def test_a_lane_that_is_excused_most_of_the_time_is_told():
+    lane = lane_with(100)
+    assert judge_excuses([lane], [episode_of(lane, Cause.KILL, behind=10, last=60)]) == []
+    assert judge_excuses([lane], [episode_of(lane, Cause.KILL, behind=10, last=70)]) == [
+        "Q: only 40% had to arrive whatever happened"]
 
 
 def test_neighbours_lost_without_cause_are_told_as_one():
