@@ -1,7 +1,7 @@
 /** The folder of a file that is replaced: all steps are relative to its descriptor. */
 #pragma once
 
-#include "confutils/file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 #include <string>
 #include <string_view>

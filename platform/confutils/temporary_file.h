@@ -6,7 +6,7 @@
  */
 #pragma once
 
-#include "confutils/file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 #include <string>
 #include <string_view>

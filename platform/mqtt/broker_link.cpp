@@ -1,5 +1,6 @@
 #include "mqtt/broker_link.h"
 
+#include <fcntl.h>
 #include <glib.h>
 #include <mosquitto.h>
 #include <netinet/in.h>
@@ -48,7 +49,11 @@ struct BrokerLink::Callbacks {
 
     static void connected(mosquitto * /*client*/, void *self, int code, int flags)
     {
-        guarded(self, [&](BrokerLink &link) { link.listener.onConnect(code, (flags & 1) != 0); });
+        guarded(self, [&](BrokerLink &link) {
+            if (!link.listener.onConnect(code, (flags & 1) != 0)) {
+                link.disconnect();
+            }
+        });
     }
     static void published(mosquitto * /*client*/, void *self, int messageId)
     {
@@ -191,6 +196,11 @@ void BrokerLink::abandon() const
 int BrokerLink::disconnect()
 {
     return mosquitto_disconnect(client.get());
+}
+
+FileDescriptor BrokerLink::duplicate() const
+{
+    return FileDescriptor(fd() < 0 ? -1 : fcntl(fd(), F_DUPFD_CLOEXEC, 0));
 }
 
 int BrokerLink::fd() const

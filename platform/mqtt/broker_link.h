@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mqtt/outbound_queue.h"
+#include "posix/file_descriptor.h"
 #include "settings/mqtt_settings.h"
 
 #include <memory>
@@ -20,8 +21,12 @@ public:
     BrokerListener &operator=(const BrokerListener &) = delete;
     virtual ~BrokerListener() = default;
 
-    /** The broker's answer to the connection: 0 accepted, else its reason. */
-    virtual void onConnect(int code, bool sessionPresent) = 0;
+    /**
+     * The broker's answer to the connection: 0 accepted, else its reason.
+     *
+     * @return false to take leave at once, before anything that was left of a former connection
+     */
+    virtual bool onConnect(int code, bool sessionPresent) = 0;
     /** A message is finished: written (QoS 0) or confirmed (QoS 1 and 2). */
     virtual void onPublished(int messageId) = 0;
     /** The broker's answer to a subscription: the QoS granted, 128 for a refusal. */
@@ -63,6 +68,9 @@ public:
     void abandon() const;
     /** Takes leave of the broker; has to be written. */
     int disconnect();
+    /** The connection once more, to see how it ends after libmosquitto has closed it; without a
+     * file when there is none or the process has no more descriptors. */
+    [[nodiscard]] FileDescriptor duplicate() const;
 
     /** Descriptor to poll, -1 when there is no connection. */
     [[nodiscard]] int fd() const;

@@ -4,7 +4,6 @@
 
 #include <glib.h>
 #include <mosquitto.h>
-#include <poll.h>
 #include <pthread.h>
 
 #include <algorithm>
@@ -107,15 +106,7 @@ void Connection::wait(BrokerLink &link)
 {
     // Until the broker has accepted the connection no message can come that there is no room for.
     reading = phase != Phase::CONNECTED || parts.inbound->hasRoom();
-    std::array<pollfd, 2> descriptors{
-        {{parts.wake->fd(), POLLIN, 0}, {phase == Phase::WAITING ? -1 : link.fd(), 0, 0}}};
-    pollfd &socket = descriptors[1];
-    const int wanted = (reading ? POLLIN : 0) | (link.wantsWrite() ? POLLOUT : 0);
-    socket.events = static_cast<short>(wanted);
-    if (wanted == 0) {
-        // A hang-up would be reported all the same, again and again, before it can be read.
-        socket.fd = -1;
-    }
+    std::array<pollfd, 2> descriptors{{{parts.wake->fd(), POLLIN, 0}, awaited(link)}};
     if (poll(descriptors.data(), descriptors.size(), pollTimeout(link)) < 0) {
         return;
     }
@@ -123,11 +114,22 @@ void Connection::wait(BrokerLink &link)
         parts.wake->drain();
     }
     link.holdBack();
-    serveSocket(link, socket.revents);
+    serveSocket(link, descriptors[1].revents);
+}
+
+pollfd Connection::awaited(const BrokerLink &link) const
+{
+    if (phase == Phase::WAITING) {
+        return {parting.get(), POLLRDHUP, 0};
+    }
+    const int wanted = (reading ? POLLIN : 0) | (link.wantsWrite() ? POLLOUT : 0);
+    // A hang-up would be reported all the same, again and again, before it can be read.
+    return {wanted == 0 ? -1 : link.fd(), static_cast<short>(wanted), 0};
 }
 
 void Connection::beginAttempt(BrokerLink &link)
 {
+    parting.close();
     if (receivesQos2 && parts.settings.cleanSession) {
         startAnew(link);
     }
@@ -180,6 +182,9 @@ std::string Connection::reasonOf(const BrokerLink &link, int code) const
 void Connection::serveSocket(BrokerLink &link, short events)
 {
     if (phase == Phase::WAITING) {
+        if (events != 0) {
+            deadline = now();
+        }
         return;
     }
     // A TLS handshake that meets a connection refused counts as not yet finished with libmosquitto.
@@ -229,16 +234,8 @@ void Connection::readAll(BrokerLink &link)
 
 void Connection::becomeConnected(BrokerLink &link)
 {
-    if (receivesQos2 && !brokerHasSession && !parts.settings.cleanSession) {
-        // The broker has lost the session that was to persist. The next connection continues the
-        // one that it has begun now. It is left in order, or the broker would publish the last
-        // will.
-        if (link.disconnect() == MOSQ_ERR_SUCCESS) {
-            link.write();
-        }
-        startAnew(link);
-        phase = Phase::WAITING;
-        deadline = now();
+    if (sessionIsLost()) {
+        beginAnew(link);
         return;
     }
     phase = Phase::CONNECTED;
@@ -249,6 +246,23 @@ void Connection::becomeConnected(BrokerLink &link)
     parts.subscriptions->connectionBegan(brokerHasSession);
     log.connected();
     announced = false;
+}
+
+bool Connection::sessionIsLost() const
+{
+    return accepted && receivesQos2 && !brokerHasSession && !parts.settings.cleanSession;
+}
+
+void Connection::beginAnew(BrokerLink &link)
+{
+    // The next connection continues the session that the broker has begun now. This one is left in
+    // order, or the broker would publish the last will; so would it if the next one got there
+    // first, on another way through the network.
+    parting = link.duplicate();
+    link.write();
+    startAnew(link);
+    phase = Phase::WAITING;
+    deadline = now() + (parting ? PARTING_TIME : std::chrono::seconds(0));
 }
 
 void Connection::startAnew(BrokerLink &link)

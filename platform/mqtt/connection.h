@@ -11,7 +11,10 @@
 #include "mqtt/status_announcer.h"
 #include "mqtt/subscription_table.h"
 #include "mqtt/wake_fd.h"
+#include "posix/file_descriptor.h"
 #include "settings/mqtt_settings.h"
+
+#include <poll.h>
 
 #include <atomic>
 #include <chrono>
@@ -56,6 +59,8 @@ public:
     static constexpr std::chrono::milliseconds LEAVE_TIME{100};
     /** Longest time until the broker accepts a connection; the keepalive if that is shorter. */
     static constexpr std::chrono::seconds CONNECT_TIME{20};
+    /** Longest time until a broker that was taken leave of closes the connection. */
+    static constexpr std::chrono::seconds PARTING_TIME{5};
     /** A connection that lasted this long lets the back-off begin anew. */
     static constexpr std::chrono::seconds STABLE_TIME{10};
 
@@ -63,7 +68,7 @@ private:
     using TimePoint = std::chrono::milliseconds; // of a clock that counts suspended time too
     enum class Phase { WAITING, CONNECTING, CONNECTED };
 
-    void onConnect(int code, bool sessionPresent) override;
+    bool onConnect(int code, bool sessionPresent) override;
     void onPublished(int messageId) override;
     void onSubscribed(int messageId, int grantedQos) override;
     void onMessage(const mosquitto_message &message) override;
@@ -71,6 +76,8 @@ private:
     void run() noexcept;
     void loop(BrokerLink &link);
     void wait(BrokerLink &link);
+    /** What to poll the connection for. */
+    [[nodiscard]] pollfd awaited(const BrokerLink &link) const;
     [[nodiscard]] int pollTimeout(BrokerLink &link) const;
     void beginAttempt(BrokerLink &link);
     void serveSocket(BrokerLink &link, short events);
@@ -79,6 +86,11 @@ private:
     void sendSubscriptions(BrokerLink &link);
     void watchTime(BrokerLink &link);
     void becomeConnected(BrokerLink &link);
+    /** Whether the broker has lost the session that was to persist, and messages of it with QoS 2
+     * may be left here, whose numbers it will count anew. */
+    [[nodiscard]] bool sessionIsLost() const;
+    /** Gives the session up that the broker has begun in the place of a lost one. */
+    void beginAnew(BrokerLink &link);
     /** Has nothing of former connections left, neither in libmosquitto nor in what is awaited. */
     void startAnew(BrokerLink &link);
     /**
@@ -111,6 +123,7 @@ private:
     Phase phase = Phase::WAITING;
     TimePoint deadline{}; // of the next attempt, or of the present one
     TimePoint connectedSince{};
+    FileDescriptor parting; // of the connection whose end is waited for before the next attempt
     unsigned long writesSeen = 0;
     std::string refusal;
     bool accepted = false;

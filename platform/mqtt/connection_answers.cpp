@@ -13,13 +13,14 @@ constexpr int REFUSED = 128;
 
 } // namespace
 
-void Connection::onConnect(int code, bool sessionPresent)
+bool Connection::onConnect(int code, bool sessionPresent)
 {
     accepted = code == 0;
     brokerHasSession = sessionPresent;
     if (code != 0) {
         refusal = mosquitto_connack_string(code);
     }
+    return !sessionIsLost();
 }
 
 void Connection::onPublished(int messageId)

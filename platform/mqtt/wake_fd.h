@@ -1,6 +1,8 @@
 /** An eventfd by which one thread wakes another that polls. */
 #pragma once
 
+#include "posix/file_descriptor.h"
+
 #include <atomic>
 
 namespace norq::mqtt {
@@ -10,12 +12,9 @@ class WakeFd {
 public:
     /** Throws std::system_error when the process has no more descriptors. */
     WakeFd();
-    ~WakeFd();
-    WakeFd(const WakeFd &) = delete;
-    WakeFd &operator=(const WakeFd &) = delete;
 
     /** Descriptor to poll for POLLIN. */
-    [[nodiscard]] int fd() const { return descriptor; }
+    [[nodiscard]] int fd() const { return descriptor.get(); }
     /** Makes the descriptor readable; costs no system call when it was signalled already. */
     void signal() noexcept;
     /**
@@ -25,7 +24,7 @@ public:
     void drain() noexcept;
 
 private:
-    int descriptor;
+    FileDescriptor descriptor;
     std::atomic<bool> pending{false};
 };
 

@@ -3,6 +3,7 @@
 import re
 import socket
 import threading
+import time
 from contextlib import suppress
 from pathlib import Path
 
@@ -12,7 +13,7 @@ from waiting import wait_until
 SETTINGS = Path("/etc/norq/mqtt.conf")
 
 # The first bytes of packets that a test may want to get lost.
-PUBLISH_QOS_0, PUBACK, PUBREC, PUBREL, PUBCOMP = 0x30, 0x40, 0x50, 0x62, 0x70
+PUBLISH_QOS_0, PUBACK, PUBREC, PUBREL, PUBCOMP, DISCONNECT = 0x30, 0x40, 0x50, 0x62, 0x70, 0xE0
 
 
 def whole_packets(data):
@@ -46,6 +47,7 @@ class Relay:
         self.lock = threading.Lock()  # of all below
         self.lets_through = True
         self.losing = frozenset()
+        self.slow = frozenset()
         self.lost = 0
         self.sockets = []
         self.threads = []
@@ -71,6 +73,11 @@ class Relay:
         with self.lock:
             self.losing = frozenset(first_bytes)
             self.lost = 0
+
+    def slow_down(self, *first_bytes):
+        """From now on packets that begin with one of these bytes take half a second."""
+        with self.lock:
+            self.slow = frozenset(first_bytes)
 
     def wait_for_lost(self, count):
         wait_until(lambda: self.lost >= count, f"{count} packets got lost")
@@ -124,6 +131,8 @@ class Relay:
             while data := source.recv(65536):
                 packets, rest = whole_packets(rest + data)
                 for packet in packets:
+                    if packet[0] in self.slow:
+                        time.sleep(0.5)
                     if not self._loses(packet):
                         sink.sendall(packet)
                         self.passed(packet)

@@ -6,7 +6,7 @@ from bridge import (Watcher, assert_order, call_service, control, declarations, 
                     publish, publish_lines, signal_neighbour, start_with, times_subscribed,
                     wait_for_log, wait_for_subscription)
 from publishing import wait_for_connection
-from relay import PUBREL, SETTINGS
+from relay import DISCONNECT, PUBREL, SETTINGS
 from waiting import wait_until
 
 END = Watcher.END_ITEM
@@ -86,6 +86,8 @@ def test_m11_a_message_that_a_lost_session_has_lost_does_not_take_the_place_of_a
     # It saves nothing, not even sessions.
     control("kill", "broker")
     control("start", "broker")
+    # The next connection would overtake it, did the service not wait for the end of this one.
+    relay.slow_down(DISCONNECT)
     assert events_behind_the_break(events, relay) == ["new", "newer"]
     # It begins twice, and takes leave in between, lest the broker publishes its last will.
     assert_order(log_of("broker"), "running", "running", "-tovrel (p2, c0",

@@ -4,16 +4,18 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
 namespace mqtt_test {
 namespace {
 
-constexpr unsigned char CONNECT = 0x10;
-constexpr unsigned char PUBLISH = 0x30;
+constexpr unsigned int CONNECT = 0x10;
+constexpr unsigned int PUBLISH = 0x30;
+constexpr unsigned int SUBSCRIBE = 0x80;
+constexpr unsigned int DISCONNECT = 0xE0;
 const std::string ACCEPTED{0x20, 0x02, 0x00, 0x00};
 const std::string CONFIRMED{0x40, 0x02};
 
@@ -22,6 +24,30 @@ void sendAll(int descriptor, const std::string &bytes)
     if (send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL) !=
         static_cast<ssize_t>(bytes.size())) {
         throw std::runtime_error("the client has gone");
+    }
+}
+
+bool receive(int descriptor, std::string &bytes, std::size_t count)
+{
+    bytes.resize(count);
+    // Asked for nothing, recv() would wait for something.
+    return count == 0 ||
+           recv(descriptor, bytes.data(), count, MSG_WAITALL) == static_cast<ssize_t>(count);
+}
+
+char letterOf(unsigned int kind)
+{
+    switch (kind) {
+    case CONNECT:
+        return 'C';
+    case PUBLISH:
+        return 'P';
+    case SUBSCRIBE:
+        return 'S';
+    case DISCONNECT:
+        return 'D';
+    default:
+        return '?';
     }
 }
 
@@ -34,17 +60,18 @@ ReluctantBroker::ReluctantBroker()
 
 ReluctantBroker::~ReluctantBroker()
 {
-    shutdown(listener, SHUT_RDWR);
-    if (client >= 0) {
-        shutdown(client, SHUT_RDWR);
-    }
+    end();
     if (thread.joinable()) {
         thread.join();
     }
-    close(listener);
-    if (client >= 0) {
-        close(client);
-    }
+}
+
+void ReluctantBroker::end()
+{
+    shutdown(listener.get(), SHUT_RDWR);
+    const std::lock_guard guard(mutex);
+    ending = true;
+    shutdown(client.get(), SHUT_RDWR);
 }
 
 void ReluctantBroker::start()
@@ -53,8 +80,8 @@ void ReluctantBroker::start()
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(listenPort));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        listen(listener, 1) != 0) {
+    if (bind(listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        listen(listener.get(), 1) != 0) {
         throw std::runtime_error("the port was taken by somebody else");
     }
     thread = std::thread([this] { serve(); });
@@ -70,39 +97,69 @@ void ReluctantBroker::confirm(std::size_t count)
 {
     const std::lock_guard guard(mutex);
     for (; count > 0; --count) {
-        sendAll(client, CONFIRMED + messageIds.at(confirmed++));
+        sendAll(client.get(), CONFIRMED + messageIds.at(confirmed++));
     }
+}
+
+std::string ReluctantBroker::packets() const
+{
+    const std::lock_guard guard(mutex);
+    return log;
+}
+
+bool ReluctantBroker::someoneWaits() const
+{
+    pollfd waiting{listener.get(), POLLIN, 0};
+    return poll(&waiting, 1, 0) > 0;
+}
+
+void ReluctantBroker::drop()
+{
+    const std::lock_guard guard(mutex);
+    shutdown(client.get(), SHUT_RDWR);
 }
 
 void ReluctantBroker::serve()
 {
-    client = accept(listener, nullptr, nullptr);
-    while (client >= 0 && servePacket()) {
+    for (int accepted = 0; (accepted = accept(listener.get(), nullptr, nullptr)) >= 0;) {
+        if (!begin(accepted)) {
+            return;
+        }
+        while (servePacket(accepted)) {
+        }
     }
 }
 
-bool ReluctantBroker::servePacket()
+bool ReluctantBroker::begin(int accepted)
+{
+    const std::lock_guard guard(mutex);
+    client = norq::FileDescriptor(accepted);
+    log += log.empty() ? "" : "/";
+    return !ending;
+}
+
+bool ReluctantBroker::servePacket(int descriptor)
 {
     std::string header;
     std::string body;
-    if (!read(header, 2) || !read(body, static_cast<unsigned char>(header[1]))) {
+    if (!receive(descriptor, header, 2) ||
+        !receive(descriptor, body, static_cast<unsigned char>(header[1]))) {
         return false;
     }
-    const unsigned int kind = static_cast<unsigned char>(header[0]) & 0xF0U;
-    if (kind == CONNECT) {
-        sendAll(client, ACCEPTED);
-    } else if (kind == PUBLISH) {
-        const std::size_t topicLength = static_cast<unsigned char>(body.at(1));
-        const std::lock_guard guard(mutex);
-        messageIds.push_back(body.substr(2 + topicLength, 2));
-    }
+    answer(descriptor, static_cast<unsigned char>(header[0]) & 0xF0U, body);
     return true;
 }
 
-bool ReluctantBroker::read(std::string &bytes, std::size_t count) const
+void ReluctantBroker::answer(int descriptor, unsigned int kind, const std::string &body)
 {
-    bytes.resize(count);
-    return recv(client, bytes.data(), count, MSG_WAITALL) == static_cast<ssize_t>(count);
+    const std::lock_guard guard(mutex);
+    log += letterOf(kind);
+    if (kind == CONNECT) {
+        sendAll(descriptor, ACCEPTED);
+    } else if (kind == PUBLISH) {
+        const std::size_t topicLength = static_cast<unsigned char>(body.at(1));
+        messageIds.push_back(body.substr(2 + topicLength, 2));
+    }
 }
 
 } // namespace mqtt_test

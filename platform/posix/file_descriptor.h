@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace norq::confutils {
+namespace norq {
 
 /** Closes its file descriptor at the end of its life. */
 class FileDescriptor {
@@ -36,4 +36,4 @@ private:
     int fd;
 };
 
-} // namespace norq::confutils
+} // namespace norq
