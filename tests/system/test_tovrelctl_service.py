@@ -8,8 +8,8 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from bridge import HOST, control, kill_service, signal_neighbour
-from publishing import wait_for_connection
+from bridge import HOST, ITEMS, control, kill_service, signal_neighbour
+from publishing import PUBLICATION, event_filter, key_file, settings, wait_for_connection
 from test_configuration_api import export
 from test_unprivileged_user import BECOME_NOBODY
 from tool import TOOL, ScriptedService, run, told
@@ -118,6 +118,32 @@ def test_a_failing_service_is_told_in_its_own_words():
     assert run("show") == (1, "", "tovrelctl: tovrel failed: Could not process request\n"
                                   "See: journalctl -u tovrel\n")
     service.close()
+
+
+def test_a_stored_setting_that_the_service_cannot_tell_is_told_with_its_cure():
+    """The methods that replace a whole direction take any text for it, and so does its file."""
+    PUBLICATION.write_text(key_file(settings(prefix="other"), {"0": event_filter("norq:Door")}))
+    remedy = "This makes it so: tovrelctl set topicPrefix default\n"
+    for words in (["show"], ["get"], ["get", "appendEventTopic"], ["export", "-"], ["import", "-"]):
+        status, output, errors = run(*words, stdin="{}")
+        assert (status, output) == (1, "")
+        assert errors == ("tovrelctl: Property topicPrefix: Value other is not one of default, "
+                          'custom, none\ntovrel takes what is stored for "default". ' + remedy)
+    assert "norq:Door" in told("filter", "list")
+    told("set", "topicPrefix", "default")
+    assert "norq:Door" in told("show")
+
+
+def test_a_stored_topic_filter_that_the_service_cannot_tell_is_told_with_its_cure():
+    ITEMS.write_bytes(b"3\na\xff\n0\n0\n0\n")
+    for words in (["show"], ["subscription", "list"], ["export", "-"]):
+        status, output, errors = run(*words)
+        assert (status, output) == (1, "")
+        assert errors.startswith("tovrelctl: Property topicFilter: Value is not valid UTF-8\n"
+                                 "A file in /etc/tovrel has it. ")
+        assert "tovrelctl subscription remove ID" in errors
+    told("subscription", "remove", "3")
+    assert told("subscription", "list").count("\n") == 1
 
 
 HOSTILE = ("answer:", "answer:{}", "answer:[]", "answer:null", "answer:\033]0;title\007",

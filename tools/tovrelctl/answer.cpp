@@ -9,19 +9,61 @@ namespace tovrelctl {
 namespace {
 
 constexpr const char *ADVICE = "Do tovrel and tovrelctl come from the same version?";
+/** The code of an error that the request has not caused. */
+constexpr json_int_t FAILED_ITSELF = 0;
+constexpr std::string_view PROPERTY = "Property ";
+constexpr std::string_view INVALID_KEY = "Got invalid key to ";
 
 [[noreturn]] void reject(const std::string &finding)
 {
     throw Failure("tovrel's answer cannot be understood: " + finding, ADVICE);
 }
 
+/** The name of the property that a message of the service's library is about. */
+std::string propertyIn(const std::string &message)
+{
+    if (!message.starts_with(PROPERTY)) {
+        return {};
+    }
+    const std::size_t end = message.find(':');
+    return end == std::string::npos ? std::string()
+                                    : message.substr(PROPERTY.size(), end - PROPERTY.size());
+}
+
+/**
+ * What cures an error of the service that has nothing to do with the request. Its files, and
+ * clients that do not come through this API, may have given it texts that it cannot tell.
+ */
+std::string remedyOf(const std::string &message)
+{
+    const std::string property = propertyIn(message);
+    if (property == SETTINGS.front().name) {
+        return "tovrel takes what is stored for \"default\". This makes it so: "
+               "tovrelctl set topicPrefix default";
+    }
+    if (findField(SETTINGS, property) != nullptr) {
+        return "Give it another value: tovrelctl set " + property + " VALUE";
+    }
+    if (!property.empty()) {
+        return "A file in /etc/tovrel has it. Take the item out by the id that stands there:\n"
+               "tovrelctl subscription remove ID, or tovrelctl filter remove ID";
+    }
+    if (message.starts_with(INVALID_KEY)) {
+        return "A file in /etc/tovrel has it: systemctl stop tovrel, and mend the file.";
+    }
+    return {};
+}
+
 [[noreturn]] void refuse(const json_t *error)
 {
+    const json_t *const code = json_object_get(error, "code");
     const json_t *const message = json_object_get(error, "message");
-    if (!json_is_integer(json_object_get(error, "code")) || !json_is_string(message)) {
+    if (!json_is_integer(code) || !json_is_string(message)) {
         reject("an error without code or message");
     }
-    throw Refused(plainText(message));
+    const std::string text = plainText(message);
+    const bool isOfService = json_integer_value(code) == FAILED_ITSELF;
+    throw Refused(text, isOfService ? remedyOf(text) : "");
 }
 
 void requireField(const json_t *data, const Field &field)

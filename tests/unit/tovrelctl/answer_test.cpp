@@ -45,6 +45,37 @@ TEST(Answer, WithAnErrorIsTheServicesOwnMessage)
     EXPECT_EQ(failureOn(R"({"data":1,"error":{"code":0,"message":""}})"), "refused: ");
 }
 
+/** What a person is told to do about the service's error. */
+std::string adviceOn(const std::string &code, const std::string &message)
+{
+    try {
+        dataOf(R"({"error":{"code":)" + code + R"(,"message":")" + message + R"("}})");
+    } catch (const Refused &refusal) {
+        return refusal.advice();
+    }
+    return "no refusal";
+}
+
+TEST(Answer, WithAnErrorOfAStoredValueTellsTheRemedy)
+{
+    EXPECT_THAT(adviceOn("0", "Property topicPrefix: Value x is not one of default, custom, none"),
+                HasSubstr("tovrelctl set topicPrefix default"));
+    EXPECT_THAT(adviceOn("0", "Property customTopicPrefix: Value is not valid UTF-8"),
+                HasSubstr("tovrelctl set customTopicPrefix VALUE"));
+    EXPECT_THAT(adviceOn("0", "Property topicFilter: Value is not valid UTF-8"),
+                HasSubstr("tovrelctl subscription remove ID"));
+    EXPECT_THAT(adviceOn("0", "Got invalid key to root.subscription[] from backend developer"),
+                HasSubstr("mend the file"));
+}
+
+TEST(Answer, WithAnyOtherErrorTellsNoRemedy)
+{
+    EXPECT_EQ(adviceOn("5", "Property topicPrefix: Value x is not one of default, custom, none"),
+              "");
+    EXPECT_EQ(adviceOn("0", "Internal error"), "");
+    EXPECT_EQ(adviceOn("0", "Property"), "");
+}
+
 TEST(Answer, ThatIsNoneIsSaidToBeNone)
 {
     for (const char *answer :
