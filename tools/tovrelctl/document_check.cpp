@@ -18,7 +18,11 @@ constexpr int LARGEST_ID = 255;
 /** The name of the group of the service's file that is not a filter's. */
 constexpr const char *RESERVED_ID = "common";
 
-using IdCheck = bool (*)(const std::string &id);
+/** What an id of a collection has to be. */
+struct IdRule {
+    bool (*isId)(const std::string &id);
+    const char *words;
+};
 
 [[noreturn]] void reject(const std::string &place, const std::string &what)
 {
@@ -43,6 +47,13 @@ bool isFilterId(const std::string &id)
     return !id.empty() && id != RESERVED_ID && std::ranges::none_of(id, breaksName);
 }
 
+constexpr IdRule ITEM_ID{isItemId,
+                         "a text that begins with a number from 0 to 255 and has no line feed"};
+constexpr IdRule FILTER_ID{
+    isFilterId,
+    "a text, for example \"0\", that is neither empty nor \"common\" and has no brackets "
+    "or control characters"};
+
 /** Fields of an object against those it may have; `others` are looked at elsewhere. */
 void checkFields(const json_t *object, Fields fields, const std::set<std::string_view> &others,
                  const std::string &place)
@@ -64,8 +75,19 @@ void checkFields(const json_t *object, Fields fields, const std::set<std::string
     }
 }
 
+void checkId(const json_t *item, const IdRule &rule, const std::string &place)
+{
+    const json_t *const id = json_object_get(item, ID.name);
+    if (id == nullptr) {
+        reject(place, "'id' is missing");
+    }
+    if (!json_is_string(id) || !rule.isId(textOf(item, ID.name))) {
+        reject(place, std::string("'id' has to be ") + rule.words);
+    }
+}
+
 /** `items` may be null. */
-void checkItems(const json_t *items, Fields fields, IdCheck isId, const std::string &place)
+void checkItems(const json_t *items, Fields fields, const IdRule &rule, const std::string &place)
 {
     if (items != nullptr && !json_is_array(items)) {
         reject(place, "a JSON array is expected");
@@ -74,10 +96,8 @@ void checkItems(const json_t *items, Fields fields, IdCheck isId, const std::str
     for (const json_t *item : valuesOf(items)) {
         const std::string here = place + "[" + std::to_string(ids.size()) + "]";
         checkFields(item, fields, {ID.name}, here);
+        checkId(item, rule, here);
         const std::string id = textOf(item, ID.name);
-        if (!json_is_string(json_object_get(item, ID.name)) || !isId(id)) {
-            reject(here, "'id' has to be a text with a number from 0 to 255");
-        }
         if (!ids.insert(id).second) {
             reject(here, "the id " + id + " stands twice");
         }
@@ -100,14 +120,14 @@ void checkDocument(const json_t *document)
 {
     checkFields(document, {}, {"subscription", "publication"}, "document");
     const json_t *const items = json_object_get(document, "subscription");
-    checkItems(items, SUBSCRIPTION_FIELDS, isItemId, "subscription");
+    checkItems(items, SUBSCRIPTION_FIELDS, ITEM_ID, "subscription");
     checkOneLine(items, "subscription");
     const json_t *const publication = json_object_get(document, "publication");
     if (publication == nullptr) {
         return;
     }
     checkFields(publication, SETTINGS, {"eventFilter"}, "publication");
-    checkItems(json_object_get(publication, "eventFilter"), FILTER_FIELDS, isFilterId,
+    checkItems(json_object_get(publication, "eventFilter"), FILTER_FIELDS, FILTER_ID,
                "publication.eventFilter");
 }
 

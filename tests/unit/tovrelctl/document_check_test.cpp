@@ -69,7 +69,8 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong)
 
 TEST(DocumentCheck, TakesTheIdsThatTheServiceCanKeep)
 {
-    const std::string expected = "'id' has to be a text with a number from 0 to 255";
+    const std::string expected =
+        "'id' has to be a text that begins with a number from 0 to 255 and has no line feed";
     for (const char *id : {R"("0")", R"("9")", R"("10")", R"("255")", R"("007")", R"("1a")"}) {
         EXPECT_EQ(findingOf(subscriptions(std::string(R"([{"id":)") + id + "}]")), "") << id;
     }
@@ -79,7 +80,7 @@ TEST(DocumentCheck, TakesTheIdsThatTheServiceCanKeep)
                   "subscription[0]: " + expected)
             << id;
     }
-    EXPECT_EQ(findingOf(subscriptions("[{}]")), "subscription[0]: " + expected);
+    EXPECT_EQ(findingOf(subscriptions("[{}]")), "subscription[0]: 'id' is missing");
 }
 
 TEST(DocumentCheck, TakesTheFilterIdsThatTheServiceCanKeep)
@@ -92,9 +93,12 @@ TEST(DocumentCheck, TakesTheFilterIdsThatTheServiceCanKeep)
     }
     for (const char *id : {R"("")", R"("common")", R"("[")", R"("a]")", R"("a\tb")", "0"}) {
         EXPECT_EQ(findingOf(filters(id)),
-                  "publication.eventFilter[0]: 'id' has to be a text with a number from 0 to 255")
+                  "publication.eventFilter[0]: 'id' has to be a text, for example \"0\", that is "
+                  "neither empty nor \"common\" and has no brackets or control characters")
             << id;
     }
+    EXPECT_EQ(findingOf(R"({"publication":{"eventFilter":[{"topicFilter":"norq:A"}]}})"),
+              "publication.eventFilter[0]: 'id' is missing");
 }
 
 TEST(DocumentCheck, LeavesTheLimitsToTheService)
