@@ -132,15 +132,40 @@ def test_limits_are_told_in_the_services_words():
 
 
 def test_what_the_service_takes_and_cannot_use_is_warned_about():
-    for words, warning in (
-            (["add", "a b"], "0: tovrel will cut the topic filter at its blank when it starts"),
-            (["add", "a/+", "--state"], "1: stateful, but with a wildcard"),
-            (["set", "1", "--topic-filter", "a/#/b"], "1: MQTT knows no such topic filter")):
-        status, _, errors = run("subscription", *words)
-        assert status == 0
-        assert errors.startswith(f"tovrelctl: warning: subscription {warning}"), errors
+    cut = "tovrel keeps the first word of a topic filter alone: when it starts again, this one is "
+    for words, warnings in (
+            (["subscription", "add", "a b"], [f"subscription 0: {cut}'a'"]),
+            (["subscription", "add", "a/+", "--state"], ["subscription 1: stateful, but with a "
+                                                         "wildcard, so no message becomes an event"]),
+            (["subscription", "set", "1", "--topic-filter", "\tb/#/b"],
+             ["subscription 1: MQTT knows no such topic filter, so no message will come",
+              f"subscription 1: {cut}'b/#/b'"]),
+            (["filter", "add", "tnsnorq:Door"],
+             ["filter 0: with tnsnorq: it selects no event, a filter says norq: for that"]),
+            (["filter", "set", "0", "--topic-filter", "norq:Door/#"],
+             ["filter 0: '#' is no wildcard of events; //. at the end stands for all below"]),
+            (["set", "customTopicPrefix", "a/#"], ["customTopicPrefix: MQTT knows no such topics, "
+                                                   "so no message will go out with it"])):
+        status, _, errors = run(*words)
+        assert (status, errors.splitlines()) == (0, [f"tovrelctl: warning: {text}"
+                                                     for text in warnings])
     kill_service()
-    assert "a b" not in told("subscription", "list")
+    assert [one["topicFilter"] for one in export()["subscription"]] == ["a", "b/#/b"]
+
+
+def test_an_import_warns_of_what_it_changes():
+    """In a dry run, too; not of what was there before."""
+    done("import", data={"subscription": [{"id": "0", "topicFilter": "old b"}]})
+    document = json.dumps({"subscription": [{"id": "0", "topicFilter": "old b"},
+                                            {"id": "7", "topicFilter": "a\tb"}],
+                           "publication": {"customTopicPrefix": "+", "eventFilter": [
+                               {"id": "3", "topicFilter": "Door"}]}})
+    for options in (["--dry-run"], []):
+        status, output, errors = run("import", "-", *options, stdin=document)
+        assert status == 0 and output.splitlines()[-1].startswith("3 ")
+        places = [line.split(": ")[2] for line in errors.splitlines()]
+        assert places == ["customTopicPrefix", "filter 3", "subscription 7", "subscription 7"]
+    assert run("import", "-", stdin=document) == (0, "0 changed\n", "")
 
 
 def test_wrong_usage_is_told_with_what_to_do():

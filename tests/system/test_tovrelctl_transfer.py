@@ -5,7 +5,7 @@ import os
 import signal
 import subprocess
 
-from bridge import ITEMS
+from bridge import ITEMS, wait_for_subscription
 from publishing import HeldEvent, MessageWatcher
 from test_configuration_api import done, export
 from tool import TOOL, ScriptedService, run, told
@@ -52,11 +52,11 @@ def test_every_configuration_that_is_exported_can_be_imported():
 def test_a_dry_run_tells_the_changes_and_makes_none():
     told("subscription", "add", "a")
     before = export()
-    document = {"subscription": [{"id": "0", "topicFilter": "b\033"}],
+    document = {"subscription": [{"id": "0", "topicFilter": "b\u202e"}],
                 "publication": {"topicPrefix": "none"}}
     assert told("import", "-", "--dry-run", stdin=json.dumps(document)) == (
         '~ topicPrefix: "default" -> "none"\n'
-        '~ subscription 0: topicFilter "a" -> "b\\u001B"\n'
+        '~ subscription 0: topicFilter "a" -> "b\\u202E"\n'
         "2 would change; nothing was done\n")
     assert export() == before
 
@@ -67,8 +67,8 @@ def test_a_dry_run_tells_what_the_import_then_does():
     document = json.dumps({"subscription": [{"id": "9", "topicFilter": "x"}],
                            "publication": {"eventFilter": [{"id": "0", "retain": "all"}]}})
     for options in ([], ["--replace"]):
-        dry = json.loads(told("--json", "import", "-", "--dry-run", *options, stdin=document))
-        real = json.loads(told("--json", "import", "-", *options, stdin=document))
+        dry = json.loads(run("--json", "import", "-", "--dry-run", *options, stdin=document)[1])
+        real = json.loads(run("--json", "import", "-", *options, stdin=document)[1])
         assert (dry["applied"], real["applied"]) == (False, True)
         assert dry["changes"] == real["changes"]
         assert {"what": "filter 0", "before": dry["changes"][0]["before"],
@@ -99,6 +99,8 @@ def test_a_document_with_a_mistake_is_refused_before_anything_is_reset(tmp_path)
             ("\033[31m", "line 1: "),
             ("[" * 100_000, "line 1: "),
             ('{"subscription":[{"id":"300"}]}', "subscription[0]: 'id' has to be"),
+            ('{"publication":{"eventFilter":[{"topicFilter":"a"}]}}',
+             "publication.eventFilter[0]: 'id' is missing"),
             ('{"subscription":[],"subscription":[]}', "line 1: "),
             ('{"publication":{"topicPrefix":"x"}}', "publication.topicPrefix: one of"),
             (" " * 4_194_305, "larger than 4194304 bytes")):
@@ -140,6 +142,60 @@ def test_limits_of_an_import_are_told_in_the_services_words_and_leave_what_was_t
     assert export() == before
     assert run("import", "-", "--dry-run", stdin=json.dumps({"subscription": too_many})) == (
         1, "", "tovrelctl: there would be 258 subscriptions, and tovrel takes 256\n")
+
+
+def full_of_subscriptions():
+    """Makes as many subscriptions as there can be."""
+    done("import", data={"subscription": [{"id": str(number), "topicFilter": f"t/{number}"}
+                                          for number in range(256)]})
+
+
+def test_an_import_changes_subscriptions_when_there_are_as_many_as_there_can_be():
+    full_of_subscriptions()
+    document = json.dumps({"subscription": [{"id": number, "topicFilter": f"other/{number}"}
+                                            for number in ("9", "10", "200")]})
+    assert told("import", "-", stdin=document).endswith("3 changed\n")
+    assert told("import", "-", stdin=document) == "0 changed\n"
+    wait_for_subscription("other/200")
+    assert len(export()["subscription"]) == 256
+    told("subscription", "remove", "255")
+    both = json.dumps({"subscription": [{"id": "9", "topicFilter": "a"},
+                                        {"id": "255", "topicFilter": "b"}]})
+    assert told("import", "-", stdin=both).endswith("2 changed\n")
+
+
+def test_a_refused_change_leaves_the_subscriptions_when_there_are_as_many_as_there_can_be():
+    full_of_subscriptions()
+    before = export()
+    for changed, message in (
+            ([{"id": "3", "topicFilter": "a"}, {"id": "4", "topicFilter": "x" * 65536}],
+             "Property topicFilter: Value is longer than 65535 bytes"),
+            ([{"id": "3", "topicFilter": "a"}, {"id": "7 new", "topicFilter": "a"}],
+             "Too many MQTT-to-event configurations")):
+        assert run("import", "-", stdin=json.dumps({"subscription": changed})) == (
+            1, "", f"tovrelctl: {message}\nNothing was changed.\n")
+        assert export() == before
+
+
+def test_a_subscription_that_makes_room_and_cannot_be_put_back_is_told():
+    def answer(document):
+        return "answer:" + json.dumps({"data": document})
+    items = [{"id": str(number), "topicFilter": "a", "qos": "QOS_0", "isStateData": False,
+              "useDeviceTopicPrefix": False} for number in range(256)]
+    refusal = 'answer:{"error":{"code":0,"message":"no"}}'
+    service = ScriptedService(answer(FRESH | {"subscription": items}), answer(None), refusal,
+                              answer(items[1:]), refusal, answer(FRESH | {"subscription": items[1:]}))
+    changed = json.dumps({"subscription": [{"id": "0", "topicFilter": "b"}]})
+    status, output, errors = run("import", "-", stdin=changed)
+    requests = [json.loads(service.request()) for _ in range(5)]
+    service.close()
+    assert [one["operation"] for one in requests] == ["get", "remove", "import", "listKeys", "import"]
+    assert requests[4]["data"] == {"subscription": [items[0]]}
+    gone = ('- subscription 0: topicFilter "a", qos "QOS_0", isStateData false, '
+            "useDeviceTopicPrefix false\n")
+    assert (status, output) == (1, f"{gone}1 changed\n")
+    assert errors == ("tovrelctl: no\nThese may be missing now (no):\n"
+                      f"{gone}Only what is listed was changed.\n")
 
 
 def test_a_refusal_that_changed_nothing_leaves_nothing_to_put_back():

@@ -144,16 +144,25 @@ void compareItems(const json_t *before, const json_t *after, const Collection &c
     }
 }
 
-/** The items that are new or different. */
+/**
+ * The items that are different, and behind them those that are new: the service refuses an item
+ * when there are as many as there can be, even one that replaces another.
+ */
 Json addedItems(const json_t *before, const json_t *after, const Collection &collection)
 {
     const Items old = itemsOf(before, collection);
     Json array = owned(json_array());
+    std::vector<json_t *> added;
     for (const auto &[id, item] : itemsOf(after, collection)) {
         const auto known = old.find(id);
-        if (known == old.end() || !isEqual(known->second, item, collection.fields)) {
+        if (known == old.end()) {
+            added.push_back(item);
+        } else if (!isEqual(known->second, item, collection.fields)) {
             append(array.get(), share(item));
         }
+    }
+    for (json_t *item : added) {
+        append(array.get(), share(item));
     }
     return array;
 }

@@ -26,7 +26,7 @@ std::vector<Change> differences(const json_t *before, const json_t *after);
 
 /**
  * What has to be imported to get from one document to the other: settings, and whole items, that
- * are new or different in the other. What is missing there does not count.
+ * are different or new in the other, in this order. What is missing there does not count.
  */
 Json additions(const json_t *before, const json_t *after);
 

@@ -2,6 +2,7 @@
 #include "command_line/command_line.h"
 #include "tovrelctl/commands.h"
 #include "tovrelctl/failure.h"
+#include "tovrelctl/findings.h"
 #include "tovrelctl/import_steps.h"
 #include "tovrelctl/items.h"
 #include "tovrelctl/output.h"
@@ -48,6 +49,7 @@ int addFilter(GlobalOptions options, const Words &words)
     Service service = options.connect();
     const Json filter = addItem(service, filterPath(), FILTER_FIELDS, data);
     options.json ? printJson(filter.get()) : printText(textOf(filter.get(), "id"));
+    warn(findingsOnFilter(filter.get()));
     return EXIT_DONE;
 }
 
@@ -89,9 +91,11 @@ int setFilter(GlobalOptions options, const Words &words)
     Service service = options.connect();
     const Path path = below(filterPath(), id);
     changeFilter(service, path, changes);
+    const Json filter = getItem(service, path, FILTER_FIELDS);
     if (options.json) {
-        printJson(getItem(service, path, FILTER_FIELDS).get());
+        printJson(filter.get());
     }
+    warn(findingsOnFilter(filter.get()));
     return EXIT_DONE;
 }
 

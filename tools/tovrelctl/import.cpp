@@ -6,6 +6,7 @@
 #include "tovrelctl/document_check.h"
 #include "tovrelctl/failure.h"
 #include "tovrelctl/files.h"
+#include "tovrelctl/findings.h"
 #include "tovrelctl/import_steps.h"
 #include "tovrelctl/output.h"
 #include "tovrelctl/printable.h"
@@ -23,7 +24,6 @@ using Changes = std::vector<Change>;
 
 /** Four times what the service takes in one request: blanks and line breaks do not go there. */
 constexpr std::size_t MOST_BYTES = 4UL * 1024 * 1024;
-constexpr std::size_t MOST_ITEMS = 256;
 
 Json readDocument(const std::string &file)
 {
@@ -114,6 +114,13 @@ void tellState(const GlobalOptions &options, Service &service, const Json &befor
     failure.addAdvice("Only what is listed was changed.");
 }
 
+/** Tells what an import has changed, or would, and what of that cannot be used. */
+void report(const GlobalOptions &options, const Json &before, const Json &after, bool applied)
+{
+    printChanges(options, differences(before.get(), after.get()), applied);
+    warn(findingsOnDocument(additions(before.get(), after.get()).get()));
+}
+
 void apply(const GlobalOptions &options, Service &service, const Json &before, const Json &document,
            bool replace)
 {
@@ -149,11 +156,11 @@ int runImport(GlobalOptions options, const Words &words)
     if (dryRun) {
         const Json after = predict(before.get(), document.get(), replace);
         checkLimits(after.get());
-        printChanges(options, differences(before.get(), after.get()), false);
+        report(options, before, after, false);
         return EXIT_DONE;
     }
     apply(options, service, before, document, replace);
-    printChanges(options, differences(before.get(), service.configuration().get()), true);
+    report(options, before, service.configuration(), true);
     return EXIT_DONE;
 }
 

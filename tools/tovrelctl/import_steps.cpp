@@ -8,57 +8,120 @@
 #include "tovrelctl/printable.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace tovrelctl {
 
 namespace {
 
-/** The old forms of the filters that an import changes. */
-std::vector<json_t *> changedFilters(const Json &before, const json_t *added)
+/** Items of one collection that are taken out to be put in again, as they were. */
+struct TakenOut {
+    const char *word;
+    Path path;
+    Fields fields;
+    Json (*document)(const std::vector<json_t *> &items);
+    std::vector<json_t *> items{};
+};
+
+json_t *filtersOf(const Json &document)
 {
-    const auto filtersOf = [](const json_t *document) {
-        return json_object_get(json_object_get(document, "publication"), "eventFilter");
-    };
-    std::vector<json_t *> changed;
-    for (const json_t *filter : valuesOf(filtersOf(added))) {
-        for (std::size_t index = 0; index < json_array_size(filtersOf(before.get())); ++index) {
-            json_t *const old = json_array_get(filtersOf(before.get()), index);
-            if (textOf(old, ID.name) == textOf(filter, ID.name)) {
-                changed.push_back(old);
+    return json_object_get(json_object_get(document.get(), "publication"), "eventFilter");
+}
+
+json_t *subscriptionsOf(const Json &document)
+{
+    return json_object_get(document.get(), "subscription");
+}
+
+Json arrayOf(const std::vector<json_t *> &items)
+{
+    Json array = owned(json_array());
+    for (json_t *item : items) {
+        append(array.get(), share(item));
+    }
+    return array;
+}
+
+Json documentWithSubscriptions(const std::vector<json_t *> &items)
+{
+    Json document = owned(json_object());
+    put(document.get(), "subscription", arrayOf(items));
+    return document;
+}
+
+/** The old forms, in `before`, of those that are in `added`, in the order of the latter. */
+std::vector<json_t *> oldForms(json_t *before, const json_t *added)
+{
+    std::vector<json_t *> old;
+    for (const json_t *item : valuesOf(added)) {
+        for (std::size_t index = 0; index < json_array_size(before); ++index) {
+            json_t *const known = json_array_get(before, index);
+            if (textOf(known, ID.name) == textOf(item, ID.name)) {
+                old.push_back(known);
             }
         }
     }
-    return changed;
+    return old;
 }
 
-/** Puts those back that are not there. */
-void putBack(Service &service, std::vector<json_t *> filters)
+TakenOut changedFilters(const Json &before, const Json &added)
 {
-    const Json there = service.request({.operation = "listKeys", .path = filterPath()});
-    requireItems(there.get(), FILTER_FIELDS);
-    std::erase_if(filters, [&](const json_t *filter) {
-        return std::ranges::any_of(valuesOf(there.get()), [&](const json_t *item) {
-            return textOf(item, ID.name) == textOf(filter, ID.name);
-        });
-    });
-    if (!filters.empty()) {
-        service.request({.operation = "import", .data = documentWithFilters(filters)});
+    return {"filter", filterPath(), FILTER_FIELDS, documentWithFilters,
+            oldForms(filtersOf(before), filtersOf(added))};
+}
+
+/** The subscription that makes room for the import of all that change: the last of them. */
+TakenOut subscriptionInTheWay(const Json &before, const Json &after, const Json &added)
+{
+    TakenOut one{"subscription", subscriptionPath(), SUBSCRIPTION_FIELDS,
+                 documentWithSubscriptions};
+    const std::vector<json_t *> old = oldForms(subscriptionsOf(before), subscriptionsOf(added));
+    // With new ones behind them there are too many, which the service is left to say.
+    if (!old.empty() && json_array_size(subscriptionsOf(before)) == MOST_ITEMS &&
+        json_array_size(subscriptionsOf(after)) == MOST_ITEMS) {
+        one.items = {old.back()};
+    }
+    return one;
+}
+
+void takeOut(Service &service, const TakenOut &group)
+{
+    for (const json_t *item : group.items) {
+        service.request({.operation = "remove", .path = below(group.path, textOf(item, ID.name))});
     }
 }
 
-/** Puts filters back; gives what a person has to know. */
-std::string tryToPutBack(Service &service, const std::vector<json_t *> &filters)
+/** Puts those back that are not there. */
+void putBack(Service &service, const TakenOut &group)
 {
+    const Json there = service.request({.operation = "listKeys", .path = group.path});
+    requireItems(there.get(), group.fields);
+    std::vector<json_t *> missing = group.items;
+    std::erase_if(missing, [&](const json_t *item) {
+        return std::ranges::any_of(valuesOf(there.get()), [&](const json_t *known) {
+            return textOf(known, ID.name) == textOf(item, ID.name);
+        });
+    });
+    if (!missing.empty()) {
+        service.request({.operation = "import", .data = group.document(missing)});
+    }
+}
+
+/** Puts items back; gives what a person has to know. */
+std::string tryToPutBack(Service &service, const TakenOut &group)
+{
+    if (group.items.empty()) {
+        return {};
+    }
     try {
-        putBack(service, filters);
+        putBack(service, group);
         return {};
     } catch (const Failure &failure) {
         std::string text = "These may be missing now (" + printable(failure.what()) + "):";
-        for (json_t *filter : filters) {
-            text +=
-                "\n" +
-                printable(describe({"filter " + textOf(filter, ID.name), share(filter), Json()}));
+        for (json_t *item : group.items) {
+            const std::string name = std::string(group.word) + " " + textOf(item, ID.name);
+            text += "\n" + printable(describe({name, share(item), Json()}));
         }
         return text;
     }
@@ -83,12 +146,8 @@ void putBack(Service &service, const Json &before, Refused &refusal)
 
 Json documentWithFilters(const std::vector<json_t *> &filters)
 {
-    Json array = owned(json_array());
-    for (json_t *filter : filters) {
-        append(array.get(), share(filter));
-    }
     Json publication = owned(json_object());
-    put(publication.get(), "eventFilter", std::move(array));
+    put(publication.get(), "eventFilter", arrayOf(filters));
     Json document = owned(json_object());
     put(document.get(), "publication", std::move(publication));
     return document;
@@ -100,16 +159,18 @@ void importChanges(Service &service, const Json &before, const Json &after)
     if (json_object_size(added.get()) == 0) {
         return;
     }
-    const std::vector<json_t *> old = changedFilters(before, added.get());
+    const std::array groups{subscriptionInTheWay(before, after, added),
+                            changedFilters(before, added)};
     const HeldSignals held;
     try {
-        for (const json_t *filter : old) {
-            service.request(
-                {.operation = "remove", .path = below(filterPath(), textOf(filter, ID.name))});
+        for (const TakenOut &group : groups) {
+            takeOut(service, group);
         }
         service.request({.operation = "import", .data = share(added.get())});
     } catch (Failure &failure) {
-        failure.addAdvice(old.empty() ? "" : tryToPutBack(service, old));
+        for (const TakenOut &group : groups) {
+            failure.addAdvice(tryToPutBack(service, group));
+        }
         throw;
     }
 }

@@ -9,6 +9,9 @@ namespace tovrelctl {
 
 class Service;
 
+/** How many subscriptions, and how many filters, the service takes. */
+inline constexpr std::size_t MOST_ITEMS = 256;
+
 /** A document with these event filters and nothing else. */
 Json documentWithFilters(const std::vector<json_t *> &filters);
 
@@ -16,8 +19,9 @@ Json documentWithFilters(const std::vector<json_t *> &filters);
  * Makes `after` of the configuration that is `before` now. In `after`, nothing may be missing.
  *
  * The service would add the levels of a filter's new topic filter to those of the old one: a filter
- * that changes is taken out first, and put in again under its id. When that fails, the old filters
- * are put back. Nobody interrupts this.
+ * that changes is taken out first, and put in again under its id. Nor does it import what replaces
+ * a subscription when it has as many as it takes: then one of those that change is taken out first.
+ * When that fails, what was taken out is put back. Nobody interrupts this.
  *
  * @throws what Service::request() throws; its advice tells what could not be put back
  */

@@ -1,14 +1,19 @@
-/** Topic filters of MQTT that the service takes, and that do not do what was meant. */
+/** MQTT topic filters that the service takes, but cannot use. */
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace tovrelctl {
 
 /**
- * What is wrong with the topic filter of an MQTT-to-event item, though the service keeps it, for
- * people; "" when nothing is.
+ * What keeps an item's topic filter from doing what was probably meant. MQTT's own rules are looked
+ * at as well: the service does so when an item is added, but not when it is changed or imported.
  */
-std::string findingOn(const std::string &topicFilter, bool isStateful);
+std::vector<std::string> findingsOnMqttTopic(const std::string &topicFilter, bool isStateful);
+
+/** Whether a text has characters that topics of MQTT must not have: "+", "#", or for control. */
+bool hasMqttWildcard(const std::string &text);
+bool hasControlCharacter(const std::string &text);
 
 } // namespace tovrelctl

@@ -6,6 +6,7 @@
 #include "tovrelctl/commands.h"
 #include "tovrelctl/failure.h"
 #include "tovrelctl/fields.h"
+#include "tovrelctl/findings.h"
 #include "tovrelctl/output.h"
 #include "tovrelctl/service.h"
 #include "tovrelctl/setting_table.h"
@@ -84,7 +85,8 @@ int runSet(GlobalOptions options, const Words &words)
         "SETTING                       VALUE\n"
         "  topicPrefix                   default: topics begin with the device's topic\n"
         "                                prefix and \"event\"; custom: with\n"
-        "                                customTopicPrefix; none: as default\n"
+        "                                customTopicPrefix alone, unless that is\n"
+        "                                empty: then as default; none: as default\n"
         "  customTopicPrefix             a text\n"
         "  appendEventTopic              yes or no: whether the event's topic follows\n"
         "  includeTopicNamespaces        yes or no: whether with its namespaces\n"
@@ -103,6 +105,7 @@ int runSet(GlobalOptions options, const Words &words)
     if (options.json) {
         printJson(data.get());
     }
+    warn(findingsOnSettings(data.get()));
     return EXIT_DONE;
 }
 

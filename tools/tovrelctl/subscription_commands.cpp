@@ -2,8 +2,8 @@
 #include "command_line/command_line.h"
 #include "tovrelctl/commands.h"
 #include "tovrelctl/failure.h"
+#include "tovrelctl/findings.h"
 #include "tovrelctl/items.h"
-#include "tovrelctl/mqtt_topic_filter.h"
 #include "tovrelctl/output.h"
 
 namespace tovrelctl {
@@ -30,15 +30,6 @@ std::string yesNo(const json_t *item, const char *field)
     return isTrue(item, field) ? "yes" : "no";
 }
 
-/** What the service takes, but does not do what was probably meant. */
-void warnAbout(const json_t *item)
-{
-    const std::string finding = findingOn(textOf(item, "topicFilter"), isTrue(item, "isStateData"));
-    if (!finding.empty()) {
-        complain("warning: subscription " + textOf(item, "id") + ": " + finding);
-    }
-}
-
 int addSubscription(GlobalOptions options, const Words &words)
 {
     std::optional<std::string> qos;
@@ -60,7 +51,7 @@ int addSubscription(GlobalOptions options, const Words &words)
     Service service = options.connect();
     const Json item = addItem(service, subscriptionPath(), SUBSCRIPTION_FIELDS, data);
     options.json ? printJson(item.get()) : printText(textOf(item.get(), "id"));
-    warnAbout(item.get());
+    warn(findingsOnSubscription(item.get()));
     return EXIT_DONE;
 }
 
@@ -92,7 +83,7 @@ int setSubscription(GlobalOptions options, const Words &words)
     if (options.json) {
         printJson(item.get());
     }
-    warnAbout(item.get());
+    warn(findingsOnSubscription(item.get()));
     return EXIT_DONE;
 }
 

@@ -54,6 +54,17 @@ TEST(DocumentAdditions, AreItemsThatAreNewOrDifferAndThoseWhole)
               document(item("1", "c") + "," + item("2", "d"), "", filter("QOS_1")));
 }
 
+TEST(DocumentAdditions, AreFirstThoseThatDiffer)
+{
+    const std::string ten = item("10", "a");
+    const std::string current = document(ten, "", "");
+    const std::string after =
+        document(item("2", "b") + "," + item("10", "c") + "," + item("11", "d"), "", "");
+    EXPECT_EQ(dump(additions(parsed(current).get(), parsed(after).get()).get(), false),
+              R"({"subscription":[)" + item("10", "c") + "," + item("2", "b") + "," +
+                  item("11", "d") + "]}");
+}
+
 } // namespace
 
 } // namespace tovrelctl::test
