@@ -1,5 +1,6 @@
 """A machine to try packages on: a root folder of its own, booted with systemd as its first process."""
 
+import contextlib
 import os
 import pty
 import signal
@@ -121,6 +122,16 @@ class Guest:
         """Starts a command that goes on."""
         return subprocess.Popen(self.entered(command), text=True, stdin=subprocess.DEVNULL,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
+
+    def end(self, started):
+        """
+        Ends a command that was started, by a signal to its own process: that would outlive an
+        "nsenter" that was ended, and hold the output open.
+        """
+        for process in children(started.pid):
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(process, signal.SIGTERM)
+        started.wait(timeout=CALL_SECONDS)
 
     def path(self, inside):
         """Where a file of the guest is, seen from here."""

@@ -6,7 +6,9 @@ import re
 from waiting import wait_until
 
 UNIT = "tovrel.service"
-UNITS = (UNIT, "tovrel-resume.service", "norq-eventd.service", "norq-deviced.service")
+RESUME = "tovrel-resume.service"
+UNITS = (UNIT, RESUME, "tovrel-folder.service", "norq-eventd.service",
+         "norq-deviced.service")
 ITEMS = "/etc/tovrel/subscriptions_v2.conf"
 PUBLICATION = "/etc/tovrel/event_to_mqtt_v2.conf"
 OBJECT = ("com.norq.Tovrel1", "/com/norq/Tovrel1")
@@ -43,11 +45,15 @@ class Service:
     def wait_for_resume(self, runs_before):
         """Waits until what runs after each end with success has been, and is through."""
         wait_until(lambda: self.resume_runs() > runs_before
-                   and self.show("ActiveState", "tovrel-resume.service") == "inactive",
-                   "tovrel-resume.service was run", END_SECONDS)
+                   and self.show("ActiveState", RESUME) == "inactive",
+                   f"{RESUME} was run", END_SECONDS)
 
     def resume_runs(self):
-        return self.log("--unit=tovrel-resume.service").count("Finished tovrel-resume.service")
+        return self.log(f"--unit={RESUME}").count(f"Finished {RESUME}")
+
+    def starts(self):
+        """How often it was started since the guest is up."""
+        return self.log(f"--unit={UNIT}").count("tovrel starting")
 
     def signal_process(self, name, process):
         self.guest.shell(f"kill -{name} {process}")
@@ -94,9 +100,12 @@ class Service:
 
     def forget_everything(self):
         """Nothing configured, nothing saved, not running."""
-        was_running = self.main_pid() != 0
-        runs = self.resume_runs()
-        self.stop()
-        if was_running:
-            self.wait_for_resume(runs)
+        wait_until(self.is_put_to_rest, f"{UNIT} does not run, nor anything that would start it",
+                   END_SECONDS)
         self.guest.run("rm", "-f", ITEMS, PUBLICATION)
+
+    def is_put_to_rest(self):
+        """Stops it. Whether it stays so: what runs after its end is through, and has not started it."""
+        self.stop()
+        due = self.guest.run("systemctl", "list-jobs", "--no-legend", RESUME)
+        return not due and self.show("ActiveState", RESUME) == "inactive" and self.state() == "inactive"

@@ -3,11 +3,12 @@
 import time
 
 import pytest
-from service import END_SECONDS, ITEMS, PUBLICATION, UNIT
+from service import END_SECONDS, ITEMS, PUBLICATION, RESUME, UNIT
 from waiting import wait_until
 
 # Five seconds, and up to one more by the way in which timers are gathered.
 LONGEST_LIFE_SECONDS = 7
+DROP_INS = f"/run/systemd/system/{UNIT}.d"
 
 
 def configure_while_ending(service, topic_filter):
@@ -31,29 +32,49 @@ def configure_while_ending(service, topic_filter):
     return ending
 
 
+def masked_runs(service):
+    """How often an end of the service was not looked behind because that is switched off."""
+    return service.log(f"--unit={UNIT}").count(f"Unit {RESUME} is masked")
+
+
 @pytest.fixture(name="dormant")
 def without_the_remedy(guest, unconfigured):
-    """The service of a unit that does not look behind it."""
-    guest.shell("mkdir -p /run/systemd/system/tovrel.service.d"
-                " && printf '[Unit]\\nOnSuccess=\\n' >/run/systemd/system/tovrel.service.d/no.conf"
-                " && systemctl daemon-reload")
+    """The service when nothing looks behind it."""
+    guest.run("systemctl", "mask", "--runtime", RESUME)
     yield unconfigured
-    guest.shell("rm -r /run/systemd/system/tovrel.service.d && systemctl daemon-reload")
+    guest.run("systemctl", "unmask", "--runtime", RESUME)
+
+
+@pytest.fixture(name="lame")
+def without_an_mqtt_client(guest, unconfigured):
+    """The service with a system that refuses what its MQTT client needs first."""
+    guest.shell(f"mkdir -p {DROP_INS} && printf '[Service]\nSystemCallFilter=~eventfd eventfd2\n'"
+                f" >{DROP_INS}/lame.conf && systemctl daemon-reload")
+    yield unconfigured
+    heal(guest)
+
+
+def heal(guest):
+    guest.shell(f"rm -rf {DROP_INS} && systemctl daemon-reload")
 
 
 def test_a_change_accepted_while_the_service_ends_starts_it_again(guest, unconfigured):
     ended = configure_while_ending(unconfigured, "last/moment")
     unconfigured.wait_for_other_process(than=ended)
     unconfigured.wait_for_state("active")
-    assert "starting it again" in unconfigured.log("--unit=tovrel-resume.service")
+    assert "starting it again" in unconfigured.log(f"--unit={RESUME}")
     assert "last/moment" in guest.run("cat", ITEMS)
     # Nobody has called it: it is there for what was configured.
     assert unconfigured.items() == ["last/moment"]
 
 
 def test_without_the_remedy_the_change_would_lie_dormant(guest, dormant):
+    runs, masked = dormant.resume_runs(), masked_runs(dormant)
     configure_while_ending(dormant, "last/moment")
-    dormant.wait_for_state("inactive")
+    wait_until(lambda: masked_runs(dormant) > masked, "the remedy was asked for, and is not there",
+               END_SECONDS)
+    assert dormant.state() == "inactive"
+    assert dormant.resume_runs() == runs
     assert "last/moment" in guest.run("cat", ITEMS)
     # A boot would bring it to life, and so does this.
     dormant.start()
@@ -81,7 +102,7 @@ def test_settings_without_a_filter_are_nothing_to_do(guest, unconfigured):
                                           (PUBLICATION, "[0]\\ntopicFilter=onvif:A")])
 def test_a_damaged_file_does_not_make_it_start_for_ever(guest, unconfigured, path, damage):
     runs = unconfigured.resume_runs()
-    starts = unconfigured.log(f"--unit={UNIT}").count("tovrel starting")
+    starts = unconfigured.starts()
     guest.shell(f"printf '{damage}\\n' >{path} && chown tovrel:tovrel {path}")
     unconfigured.start()
     # It looks as if there were something to do: it is given one more try.
@@ -89,7 +110,7 @@ def test_a_damaged_file_does_not_make_it_start_for_ever(guest, unconfigured, pat
     unconfigured.wait_for_state("inactive")
     unconfigured.wait_for_resume(runs + 1)
     assert unconfigured.state() == "inactive"
-    assert unconfigured.log(f"--unit={UNIT}").count("tovrel starting") == starts + 2
+    assert unconfigured.starts() == starts + 2
 
 
 def test_a_service_that_was_told_to_stop_stays_so(unconfigured):
@@ -98,3 +119,35 @@ def test_a_service_that_was_told_to_stop_stays_so(unconfigured):
     unconfigured.stop()
     unconfigured.wait_for_resume(runs)
     assert unconfigured.state() == "inactive"
+
+
+def test_a_service_without_an_mqtt_client_is_started_once_more_and_left_alone(guest, lame):
+    runs, starts = lame.resume_runs(), lame.starts()
+    guest.shell(f"printf '0\\na/b\\n0\\n1\\n0\\n' >{ITEMS} && chown tovrel:tovrel {ITEMS}")
+    # It may have gone before it counts as started.
+    guest.try_run("systemctl", "start", UNIT)
+    lame.wait_for_resume(runs + 1)
+    assert lame.state() == "inactive"
+    assert (lame.show("Result"), lame.show("ExecMainStatus"), lame.show("NRestarts")) == (
+        "success", "0", "0")
+    assert lame.starts() == starts + 2
+    assert lame.log(f"--unit={UNIT}", "--priority=err").count("Failed to init: ") == 2
+
+    heal(guest)
+    assert lame.items() == ["a/b"], "the next call finds it well"
+
+
+@pytest.mark.parametrize("settings", ["no key file", "[broker]\\nport=many"])
+def test_bad_settings_of_the_mqtt_client_are_told_and_do_not_end_the_service(guest, unconfigured,
+                                                                           settings):
+    guest.shell(f"printf '{settings}\\n' >/etc/norq/mqtt.conf")
+    try:
+        starts = unconfigured.starts()
+        unconfigured.set_items("a/b")
+        process = unconfigured.main_pid()
+        warnings = unconfigured.log(f"--unit={UNIT}", f"_PID={process}", "--priority=warning")
+        assert "/etc/norq/mqtt.conf" in warnings
+        assert unconfigured.state() == "active"
+        assert unconfigured.starts() == starts + 1
+    finally:
+        guest.run("rm", "/etc/norq/mqtt.conf")

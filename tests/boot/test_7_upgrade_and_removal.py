@@ -1,10 +1,13 @@
 """What becomes of the service and its configuration when packages come and go."""
 
+import re
 import subprocess
 
 import pytest
 from conftest import PACKAGES
+from lines import ProcessLines
 from service import ITEMS, UNIT
+from waiting import wait_until
 
 HIGHER = "99"
 
@@ -69,16 +72,57 @@ def test_what_is_installed_again_finds_its_configuration(guest, service):
     assert service.items() == ["kept/in/removals"]
 
 
-def test_a_purge_removes_the_configuration_and_leaves_what_is_the_operators(guest):
+@pytest.fixture(name="client", scope="module")
+def client_of_the_event_service(guest):
+    """A program of the operator's that goes on through removal and purge, and the lines it writes."""
+    watch = "exec norq-event watch --topic tnsnorq:Door//. 2>&1"
+    client = ProcessLines(*guest.entered(["sh", "-c", watch]))
+    assert client.next("the beginning") == "watching\n"
+    yield client
+    guest.end(client.process)
+    client.close()
+
+
+def programs_that_run(guest):
+    """Of the packages', those that are removed already included."""
+    programs = guest.shell("readlink /proc/[0-9]*/exe || true").splitlines()
+    return sorted(program for program in programs if re.search("tovrel|norq", program))
+
+
+def test_a_client_that_is_still_there_does_not_keep_the_services_alive(guest, service, client):
+    service.set_items("kept/in/removals")
+    guest.run("apt", "remove", "-y", "tovrel")
+    assert "lost the event service" in client.next("the loss")
+    assert programs_that_run(guest) == ["/usr/bin/norq-event (deleted)"]
+    for unit in (UNIT, "norq-eventd.service", "norq-deviced.service"):
+        assert service.show("ActiveState", unit) == "inactive"
+    assert guest.run("systemctl", "--failed", "--quiet", "--no-legend") == ""
+
+
+def test_a_client_finds_the_services_again_that_are_installed_again(guest, service, client):
+    guest.shell("cd packages && apt install -y ./tovrel_*.deb")
+    service.wait_for_state("active")
+
+    def is_reached():
+        guest.run("norq-event", "send", "--topic", "tnsnorq:Door/Front", "open:bool=true")
+        return client.has_line()
+
+    wait_until(is_reached, "the client has an event")
+    assert "Door/Front" in client.next("the event")
+
+
+def test_a_purge_removes_the_configuration_and_leaves_what_is_the_operators(guest, client):
     guest.shell("echo certificate >/etc/norq/broker-ca.pem")
     guest.run("apt", "purge", "-y", "tovrel")
-    assert guest.shell("ls -d /etc/tovrel 2>&1 || true").endswith("No such file or directory\n")
     assert guest.run("ls", "/etc/norq").split() == ["broker-ca.pem"]
-    left = guest.shell("find / -xdev ( -name '*tovrel*' -o -name '*norq*' )"
-                       " -not -path '/root/*' -not -path '/proc/*' -not -path '/etc/norq*'"
-                       " -not -path '/var/cache/*' -not -path '/var/log/*'"
-                       .replace("( ", "\\( ").replace(" )", " \\)"))
-    assert left == ""
+    left = guest.shell("find / \\( -path /proc -o -path /sys -o -path /root -o -path /var/cache"
+                       " -o -path /var/log \\) -prune"
+                       " -o \\( -name '*tovrel*' -o -name '*norq*' \\) -print")
+    assert left == "/etc/norq\n"
+    assert programs_that_run(guest) == ["/usr/bin/norq-event (deleted)"]
+    assert client.process.poll() is None
+    assert guest.run("systemctl", "list-units", "--all", "--no-legend", "tovrel*", "norq*") == ""
+    assert guest.run("systemctl", "--failed", "--quiet", "--no-legend") == ""
 
 
 def test_the_users_stay_for_the_files_they_may_have_left(guest):
