@@ -85,8 +85,10 @@ class Stream:
         return math.inf if ahead is None else max(self.sent, self.arrivals.last() + ahead)
 
     def _send(self, last):
-        self.event.send(*(f"number={number}" for number in range(self.sent + 1, last + 1)))
+        numbers = range(self.sent + 1, last + 1)
+        # Before they are: whoever reads it may rely on it that higher numbers are sent later.
         self.sent = last
+        self.event.send(*(f"number={number}" for number in numbers))
 
     def stop(self):
         if self.thread:

@@ -43,7 +43,9 @@ def restart_event_service(stream, how):
     for _ in range(5):
         control(how, "eventd")
         control("start", "eventd")
-        arrivals.wait_for(stream.sent + RATE)
+        # The producer may be back before the service.
+        arrivals.wait_for(stream.sent + 1)
+        arrivals.wait_for(arrivals.last() + RATE)
     last = stream.pause()
     arrivals.wait_for(last)
     numbers = arrivals.first_times()
