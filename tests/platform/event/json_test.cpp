@@ -112,8 +112,8 @@ TEST(EventJson, isOneLineWhateverTheTextsHold)
 TEST(EventJson, isWrittenAsJanssonWouldWriteIt)
 {
     std::string everyAscii;
-    for (char character = 1; character > 0; ++character) {
-        everyAscii += character;
+    for (int character = 1; character < 0x80; ++character) {
+        everyAscii += static_cast<char>(character);
     }
     std::vector<json_test::Sample> samples = json_test::samples();
     samples.push_back({"every ASCII character",
