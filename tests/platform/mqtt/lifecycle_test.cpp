@@ -1,5 +1,5 @@
 #include "platform/mqtt/fixture.h"
-#include "platform/mqtt/slow_lookup.h"
+#include "platform/mqtt/name_lookup.h"
 
 #include <dirent.h>
 

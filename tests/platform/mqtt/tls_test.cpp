@@ -1,4 +1,5 @@
 #include "platform/mqtt/fixture.h"
+#include "platform/mqtt/name_lookup.h"
 
 #include <stdexcept>
 
@@ -12,7 +13,7 @@ public:
     {
         authority("ca");
         authority("other");
-        certificate("server", "ca", "localhost");
+        certificate("server", "ca", BROKER_NAME);
         certificate("elsewhere", "ca", "elsewhere.invalid");
         certificate("client", "ca", "device");
         certificate("stranger", "other", "device");
@@ -70,6 +71,16 @@ protected:
                "\nkey-file=" + certificates.file(name + ".key") + "\n";
     }
 
+    /** Settings that reach the broker by its name. */
+    void configureTls(const Broker &broker, const std::string &lines)
+    {
+        configure(broker.port(), std::string("host=") + BROKER_NAME, "[tls]\n" + lines);
+    }
+    [[nodiscard]] bool cannotConnect() const
+    {
+        return logged(G_LOG_LEVEL_WARNING, std::string("MQTT: cannot connect to ") + BROKER_NAME);
+    }
+
     test_support::TempDirectory certificateFolder;
     Certificates certificates;
 };
@@ -77,7 +88,7 @@ protected:
 TEST_F(MqttTlsTest, ConnectsAndCarriesMessagesOfAnyNumberAndSize)
 {
     Broker broker(brokerLines("server"));
-    configure(broker.port(), "host=localhost", "[tls]\n" + ca("ca"));
+    configureTls(broker, ca("ca"));
     TestClient client;
     client.init();
     client.subscribe("a/#", 1);
@@ -96,7 +107,7 @@ TEST_F(MqttTlsTest, ConnectsAndCarriesMessagesOfAnyNumberAndSize)
 TEST_F(MqttTlsTest, RefusesABrokerOfAnotherAuthorityAndSaysWhy)
 {
     Broker broker(brokerLines("server"));
-    configure(broker.port(), "host=localhost", "[tls]\n" + ca("other"));
+    configureTls(broker, ca("other"));
     TestClient client;
     client.init();
     EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "certificate verify failed"));
@@ -107,18 +118,17 @@ TEST_F(MqttTlsTest, RefusesABrokerOfAnotherAuthorityAndSaysWhy)
 TEST_F(MqttTlsTest, RefusesABrokerThatIsNotTheOneOfTheSettings)
 {
     Broker broker(brokerLines("elsewhere"));
-    configure(broker.port(), "host=localhost", "[tls]\n" + ca("ca"));
+    configureTls(broker, ca("ca"));
     TestClient client;
     client.init();
-    EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+    EXPECT_TRUE(cannotConnect());
     EXPECT_EQ(log.count(G_LOG_LEVEL_INFO, "connected"), 0);
 }
 
 TEST_F(MqttTlsTest, ShowsItsOwnCertificate)
 {
     Broker broker(brokerLines("server", true));
-    configure(broker.port(), "host=localhost",
-              "[tls]\nmin-version=1.3\n" + ca("ca") + own("client"));
+    configureTls(broker, "min-version=1.3\n" + ca("ca") + own("client"));
     TestClient client;
     client.init();
     EXPECT_TRUE(connected());
@@ -129,10 +139,10 @@ TEST_F(MqttTlsTest, IsRefusedWithoutACertificateOrWithThatOfAStranger)
     Broker broker(brokerLines("server", true));
     for (const std::string &lines : {ca("ca"), ca("ca") + own("stranger")}) {
         log.clear();
-        configure(broker.port(), "host=localhost", "[tls]\n" + lines);
+        configureTls(broker, lines);
         TestClient client;
         client.init();
-        EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+        EXPECT_TRUE(cannotConnect());
         EXPECT_EQ(log.count(G_LOG_LEVEL_INFO, "connected"), 0);
     }
 }
@@ -140,8 +150,7 @@ TEST_F(MqttTlsTest, IsRefusedWithoutACertificateOrWithThatOfAStranger)
 TEST_F(MqttTlsTest, NeverFallsBackToAConnectionInTheClear)
 {
     Broker broker;
-    configure(broker.port(), "host=localhost",
-              "[tls]\nenabled=true\nca-file=" + folder.file("missing.pem") + "\n");
+    configureTls(broker, "enabled=true\nca-file=" + folder.file("missing.pem") + "\n");
     TestClient client;
     client.init();
     EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "missing.pem cannot be read"));
@@ -152,7 +161,7 @@ TEST_F(MqttTlsTest, NeverFallsBackToAConnectionInTheClear)
 TEST_F(MqttTlsTest, WithoutAnAuthorityOfItsOwnItTrustsThoseOfTheSystemAlone)
 {
     Broker broker(brokerLines("server"));
-    configure(broker.port(), "host=localhost", "[tls]\nenabled=true\n");
+    configureTls(broker, "enabled=true\n");
     TestClient client;
     client.init();
     EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "certificate verify failed"));
@@ -183,10 +192,10 @@ TEST_F(MqttTlsTest, ABrokerWithoutTlsIsAFailure)
     Broker broker;
     for (const std::string &lines : {ca("ca"), std::string("enabled=true\n")}) {
         log.clear();
-        configure(broker.port(), "host=localhost", "[tls]\n" + lines);
+        configureTls(broker, lines);
         TestClient client;
         client.init();
-        EXPECT_TRUE(logged(G_LOG_LEVEL_WARNING, "MQTT: cannot connect to localhost"));
+        EXPECT_TRUE(cannotConnect());
     }
     EXPECT_EQ(broker.log().find("New client connected"), std::string::npos);
 }

@@ -1,7 +1,13 @@
-/** A name server that does not answer: lookups of the host "slow.test" wait. */
+/** Names of hosts that a test program knows wherever it runs, beside those of the machine. */
 #pragma once
 
 namespace mqtt_test {
+
+/**
+ * The address where the brokers of the tests listen, and no other: what "localhost" is, and which
+ * address of it comes first, differs between machines.
+ */
+constexpr const char *BROKER_NAME = "broker.test";
 
 /** While it lives, lookups of "slow.test" wait until they are released; others are as usual. */
 class SlowLookup {
