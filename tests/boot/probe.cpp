@@ -145,7 +145,7 @@ int main(int argc, char **argv)
     tellWrite(argv[1]);
     for (const char *const folder :
          {"/etc/open", "/etc/norq/open", "/usr/lib/open", "/var/lib/open", "/run/open", "/dev/shm",
-          "/dev/mqueue", "/tmp", "/var/tmp", "/root/open", "/home/open"}) {
+          "/dev/mqueue", "/tmp", "/var/tmp", "/root", "/home"}) {
         tellWrite(folder);
     }
     tellOpen("read the password of the broker", "/etc/norq/mqtt.conf", O_RDONLY);

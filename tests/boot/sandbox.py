@@ -17,8 +17,8 @@ NOT_THERE = "No such file or directory"
 NO_FAMILY = "Address family not supported by protocol"
 
 # Folders that everybody may write in, and files that everybody may read, but for the sandbox.
-OPEN_FOLDERS = ["/etc/open", "/etc/norq/open", "/usr/lib/open", "/var/lib/open", "/run/open",
-                "/root/open", "/home/open"]
+OPEN_FOLDERS = ["/etc/open", "/etc/norq/open", "/usr/lib/open", "/var/lib/open", "/run/open"]
+HOMES = ["/root", "/home"]
 OPEN_FILES = ["/usr/lib/modules/open", "/dev/open", "/dev/kmsg"]
 
 
@@ -61,8 +61,8 @@ REFUSED = {
     "write in /dev/mqueue": NAMED,
     "write in /tmp": NAMED,
     "write in /var/tmp": NAMED,
-    "write in /root/open": HOME,
-    "write in /home/open": HOME,
+    "write in /root": HOME,
+    "write in /home": HOME,
     # It belongs to root, who needs no capability to read it.
     "read the passwords of users": Refusal(DENIED, ("User=root", "Group=root")),
     "look at the first process": Refusal(NOT_THERE, ("ProtectProc=default",)),
@@ -111,17 +111,16 @@ class Sandbox:
                          " && chgrp norq /etc/norq/mqtt.conf")
         self.guest.run("mkdir", "-p", "/usr/lib/modules")
         self.guest.run("mkdir", *OPEN_FOLDERS)
-        self.guest.run("chmod", "777", *OPEN_FOLDERS)
+        self.guest.run("chmod", "777", *OPEN_FOLDERS, *HOMES)
         self.guest.run("touch", *OPEN_FILES)
         self.guest.run("chmod", "666", *OPEN_FILES)
-        self.guest.run("chmod", "755", "/root")
         self.guest.run("mkdir", "-p", DROP_INS)
 
     def clean_up(self):
         self.service.stop()
         self.guest.run("rm", "-rf", DROP_INS, ANSWERS, "/etc/norq/mqtt.conf", *OPEN_FILES)
         self.guest.run("rmdir", *OPEN_FOLDERS)
-        self.guest.run("chmod", "700", "/root")
+        self.guest.run("chmod", "755", *HOMES)
         self.guest.run("systemctl", "unmask", "--runtime", "tovrel-resume.service")
         self.guest.run("systemctl", "daemon-reload")
 

@@ -98,14 +98,21 @@ class Service:
         assert self.call("com.norq.Tovrel1", "SetEventToMQTTConfig", "ssbbba(ssi)", "default", "",
                          "true", "false", "false", str(len(filters)), *words) == "i 0"
 
+    def is_at_rest(self):
+        """
+        Whether it does not run and nothing will start it. systemd asks for what runs after its end
+        in the moment of the end, so that is through, or is among the jobs.
+        """
+        return (self.state() == "inactive"
+                and not self.guest.run("systemctl", "list-jobs", "--no-legend", RESUME)
+                and self.state() == "inactive")
+
     def forget_everything(self):
         """Nothing configured, nothing saved, not running."""
-        wait_until(self.is_put_to_rest, f"{UNIT} does not run, nor anything that would start it",
-                   END_SECONDS)
-        self.guest.run("rm", "-f", ITEMS, PUBLICATION)
 
-    def is_put_to_rest(self):
-        """Stops it. Whether it stays so: what runs after its end is through, and has not started it."""
-        self.stop()
-        due = self.guest.run("systemctl", "list-jobs", "--no-legend", RESUME)
-        return not due and self.show("ActiveState", RESUME) == "inactive" and self.state() == "inactive"
+        def is_put_to_rest():
+            self.stop()
+            return self.is_at_rest()
+
+        wait_until(is_put_to_rest, f"{UNIT} is at rest", END_SECONDS)
+        self.guest.run("rm", "-f", ITEMS, PUBLICATION)
