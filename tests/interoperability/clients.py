@@ -5,28 +5,14 @@ import queue
 import re
 import subprocess
 import time
-from dataclasses import dataclass
 
 from brokers.process import HOST
 from lines import ProcessLines
 from npm import FOLDER, node, version_of
+from publishing import Message
 from waiting import DEADLINE_SECONDS
 
 MQTT_3_1_1, MQTT_5 = 4, 5
-
-
-@dataclass(frozen=True)
-class Message:
-    """One message as a subscriber gets it."""
-
-    topic: str
-    payload: str
-    qos: int
-    retain: bool
-
-    @property
-    def document(self):
-        return json.loads(self.payload)
 
 
 class Subscriber:
