@@ -1,6 +1,7 @@
 """The command-line tool, used as a person and as a script would."""
 
 import json
+import os
 
 from bridge import kill_service, publish, service_pid, wait_for_subscription
 from publishing import HeldEvent, MessageWatcher, wait_for_connection
@@ -61,6 +62,16 @@ def test_a_filter_is_changed_when_there_are_as_many_as_there_can_be():
         "id": "7", "topicFilter": "onvif:Other", "qos": "QOS_1", "retain": "property"}
 
 
+def test_options_of_every_command_stand_anywhere():
+    told("subscription", "add", "a")
+    for words in (["--json", "subscription", "list"], ["subscription", "--json", "list"],
+                  ["subscription", "list", "--json"],
+                  ["--timeout", "9", "subscription", "--timeout=8", "--json", "list"]):
+        assert json.loads(told(*words))[0]["topicFilter"] == "a"
+    assert told("subscription", "--", "list").startswith("ID ")
+    assert told("subscription", "--json", "--help").startswith("Usage: tovrelctl subscription ")
+
+
 def test_several_are_removed_and_those_that_are_not_there_are_told():
     for topic in "abc":
         told("filter", "add", f"onvif:{topic}")
@@ -112,9 +123,9 @@ def test_show_tells_everything_and_whether_the_broker_is_there():
 def test_refusals_are_told_in_the_services_words():
     assert run("subscription", "add", "a/#/b") == (1, "", "tovrelctl: Invalid MQTT topic\n")
     assert run("filter", "set", "7", "--qos", "1") == (
-        1, "", "tovrelctl: Cannot get item - it does not exist.\n")
+        1, "", "tovrelctl: filter 7: Cannot get item - it does not exist.\n")
     assert run("subscription", "set", "7", "--qos", "1") == (
-        1, "", "tovrelctl: Subscription does not exist\n")
+        1, "", "tovrelctl: subscription 7: Subscription does not exist\n")
     assert run("set", "customTopicPrefix", "x" * 65536) == (
         1, "", "tovrelctl: Property customTopicPrefix: Value is longer than 65535 bytes\n")
 
@@ -169,13 +180,24 @@ def test_an_import_warns_of_what_it_changes():
 
 
 def test_wrong_usage_is_told_with_what_to_do():
+    settings = ("topicPrefix, customTopicPrefix, appendEventTopic, includeTopicNamespaces, "
+                "includeSerialNumberInPayload")
     for words, complaint, command in (
             ([], "a command is missing", ""),
-            (["frobnicate"], "unknown command 'frobnicate'", ""),
+            (["frobnicate"], "unknown command 'frobnicate', expected show, get, set, subscription, "
+                             "filter, export or import", ""),
             (["--frobnicate"], "Unknown option --frobnicate", ""),
-            (["--timeout", "0", "show"], "--timeout: at least 1 second is needed", ""),
+            (["--timeout", "0", "show"], "--timeout: '0' is not a number from 1 to 86400", ""),
+            (["show", "--timeout"], "Missing argument for --timeout", " show"),
             (["show", "x"], "'x': no argument is expected here", " show"),
-            (["get", "a", "b"], "only one SETTING is expected", " get"),
+            (["get", "a", "b"], "'b': only one SETTING is expected", " get"),
+            (["get", "prefix"], f"unknown setting 'prefix', expected one of {settings}, "
+                                "deviceTopicPrefix", " get"),
+            (["set", "prefix", "x"],
+             f"unknown setting 'prefix', expected one of {settings}", " set"),
+            (["set", "deviceTopicPrefix", "x"], "deviceTopicPrefix can only be read", " set"),
+            (["set", "topicPrefix", "none", "topicPrefix", "custom"],
+             "topicPrefix is given more than once", " set"),
             (["set", "topicPrefix"], "a SETTING and a VALUE are expected", " set"),
             (["set", "topicPrefix", "x"],
              "topicPrefix: 'x' is not one of default, custom, none", " set"),
@@ -183,13 +205,21 @@ def test_wrong_usage_is_told_with_what_to_do():
             (["filter"], "list, add, set or remove is expected", " filter"),
             (["filter", "x\ny"],
              "unknown command 'x\\ny', expected list, add, set or remove", " filter"),
-            (["filter", "add"], "exactly one TOPIC_FILTER is expected", " filter add"),
+            (["filter", "--json", "show"],
+             "unknown command 'show', expected list, add, set or remove", " filter"),
+            (["filter", "add"], "TOPIC_FILTER is missing", " filter add"),
+            (["subscription", "add", "a", "--state", "yes"],
+             "'yes': only one TOPIC_FILTER is expected", " subscription add"),
+            (["filter", "add", "a", "--retain", "x"],
+             "--retain: 'x' is not one of none, property, all", " filter add"),
+            (["subscription", "set", "0", "--device-prefix", "x"],
+             "--device-prefix: 'x' is neither yes nor no", " subscription set"),
             (["filter", "add", "a", "--qos", "3"], "--qos: '3' is not 0, 1 or 2", " filter add"),
             (["subscription", "set", "0"], "nothing to change is given", " subscription set"),
-            (["filter", "remove"], "an ID is missing", " filter remove"),
+            (["filter", "remove"], "ID is missing", " filter remove"),
             (["filter", "list", "x"], "'x': no argument is expected here", " filter list"),
-            (["export"], "exactly one FILE is expected", " export"),
-            (["import", "a", "b"], "exactly one FILE is expected", " import")):
+            (["export"], "FILE is missing", " export"),
+            (["import", "a", "b"], "'b': only one FILE is expected", " import")):
         assert run(*words) == (
             2, "", f"tovrelctl: {complaint}\nTry 'tovrelctl{command} --help'.\n")
     assert service_pid() is None
@@ -200,7 +230,9 @@ def test_help_is_there_for_every_command():
                   *([[collection, *verb] for collection in ("filter", "subscription")
                      for verb in ([], ["list"], ["add"], ["set"], ["remove"])])):
         for asked in ([*words, "--help"], [*words, "-h"], ["help", *words]):
-            text = told(*asked)
+            text = told(*asked, env=os.environ | {"LC_ALL": "C"})
             assert text.startswith("Usage:") and " ".join(["tovrelctl", *words]) in text
+            assert text.isascii() and "?" not in text
+            assert max(map(len, text.splitlines())) <= 80
     assert told("--version").startswith("tovrelctl ")
     assert service_pid() is None

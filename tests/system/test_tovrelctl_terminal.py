@@ -78,10 +78,11 @@ def test_a_reader_that_goes_ends_the_tool_without_a_word():
 
 def test_output_that_cannot_be_written_is_told():
     with open("/dev/full", "w", encoding="ascii") as full:
-        ended = subprocess.run([TOOL, "show"], stdout=full, stderr=subprocess.PIPE, text=True,
-                               check=False, timeout=DEADLINE_SECONDS)
-    assert (ended.returncode, ended.stderr) == (
-        1, "tovrelctl: cannot write: No space left on device\n")
+        for words in (["show"], ["--help"], ["show", "--help"], ["--version"]):
+            ended = subprocess.run([TOOL, *words], stdout=full, stderr=subprocess.PIPE, text=True,
+                                   check=False, timeout=DEADLINE_SECONDS)
+            assert (ended.returncode, ended.stderr) == (
+                1, "tovrelctl: cannot write: No space left on device\n")
 
 
 def test_a_file_may_have_any_name(tmp_path):

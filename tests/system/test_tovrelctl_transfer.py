@@ -285,6 +285,14 @@ def test_an_export_replaces_only_files_and_those_whole(tmp_path):
     assert sorted(os.listdir(tmp_path)) == ["link", "target"]
 
 
+def test_an_export_that_cannot_be_written_is_told(tmp_path):
+    (tmp_path / "file").touch()
+    for name, finding in (("none/kept.json", "No such file or directory"),
+                          ("file/kept.json", "Not a directory"),
+                          ("x" * 256, "File name too long")):
+        assert run("export", tmp_path / name) == (1, "", f"tovrelctl: {tmp_path / name}: {finding}\n")
+
+
 def test_an_export_that_fails_leaves_the_old_file_and_nothing_else(tmp_path):
     file = tmp_path / "kept.json"
     file.write_text("old")

@@ -88,13 +88,43 @@ def test_files_are_completed(tmp_path):
     assert "--dry-run" in completed("import", f"{tmp_path}/kept.json", "--")
 
 
-def test_the_man_page_names_every_command_and_option():
+def section_of(page, command):
+    """What the man page says of a command, up to the next one."""
+    found = re.search(rf'^\.(?:B|BI|TP) ?"?{" ".join(command)}\b.*?(?=^\.TP|^\.S)', page,
+                      re.MULTILINE | re.DOTALL)
+    assert found, command
+    return found[0]
+
+
+def test_the_man_page_names_every_command_and_option_and_no_other():
     page = MAN_PAGE.read_text(encoding="utf-8").replace("\\-", "-")
+    everywhere = {"--help", "--json", "--timeout"}
     for command in COMMANDS:
-        section = re.search(rf'^\.(?:B|BI|TP) ?"?{" ".join(command)}\b.*?(?=^\.TP|^\.S)', page,
-                            re.MULTILINE | re.DOTALL)
-        assert section, command
-        for option in set(options_of(command)) - {"--help", "--json", "--timeout"}:
-            assert option in section[0], (command, option)
-    for option in options_of([]):
-        assert option in page
+        named = set(re.findall(r"--[a-z-]+", section_of(page, command)))
+        assert named - everywhere == set(options_of(command)) - everywhere, command
+    options = re.search(r"^\.SH OPTIONS.*?(?=^\.SH)", page, re.MULTILINE | re.DOTALL)[0]
+    assert set(re.findall(r"--[a-z-]+", options)) == set(options_of([]))
+    assert set(options_of([])) == everywhere | {"--version"}
+
+
+def test_the_help_of_a_collection_names_every_option_of_its_commands():
+    for collection in ("filter", "subscription"):
+        text = told(collection, "--help")
+        for verb in VERBS:
+            line = re.search(rf"^  {verb} .*(?:\n {{20}}.*)*", text, re.MULTILINE)[0]
+            assert set(re.findall(r"--[a-z-]+", line)) == (
+                set(options_of([collection, verb])) - {"--help", "--json", "--timeout"})
+    dry_run = re.search(r"^  import .*", told("--help"), re.MULTILINE)[0]
+    assert set(re.findall(r"--[a-z-]+", dry_run)) == {"--replace", "--dry-run"}
+
+
+def test_all_pages_name_every_setting():
+    names = [line.split()[0] for line in told("get").splitlines()[1:]]
+    assert len(names) == 5
+    page = section_of(MAN_PAGE.read_text(encoding="utf-8"), ["set"])
+    man = re.findall(r"^\.TP\n\.B (\w+)$", MAN_PAGE.read_text(encoding="utf-8").split(page)[1],
+                     re.MULTILINE)
+    assert man[:5] == names
+    assert re.findall(r"^  (\w+Prefix|\w+Topic|\w+Namespaces|\w+Payload) ", told("set", "--help"),
+                      re.MULTILINE) == names
+    assert all(name in told("get", "--help") for name in [*names, "deviceTopicPrefix"])

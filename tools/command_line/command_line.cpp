@@ -1,9 +1,12 @@
 #include "command_line/command_line.h"
 
+#include "command_line/output.h"
 #include "command_line/usage_error.h"
 
 #include <charconv>
+#include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -12,6 +15,7 @@ namespace command_line {
 namespace {
 
 struct Free {
+    void operator()(char *text) const { g_free(text); }
     void operator()(char **texts) const { g_strfreev(texts); }
     void operator()(GError *error) const { g_error_free(error); }
     void operator()(GOptionContext *context) const { g_option_context_free(context); }
@@ -21,14 +25,15 @@ using TextArray = std::unique_ptr<char *, Free>;
 using ErrorHandle = std::unique_ptr<GError, Free>;
 using OptionContext = std::unique_ptr<GOptionContext, Free>;
 
-unsigned int parseNumber(const std::string &option, const std::string &text, unsigned int largest)
+unsigned int parseNumber(const std::string &option, const std::string &text, unsigned int smallest,
+                         unsigned int largest)
 {
     unsigned int number = 0;
     const char *last = text.data() + text.size();
     const auto [end, failure] = std::from_chars(text.data(), last, number);
-    if (failure != std::errc() || end != last || number > largest) {
-        throw UsageError("--" + option + ": '" + text + "' is not a number from 0 to " +
-                         std::to_string(largest));
+    if (failure != std::errc() || end != last || number < smallest || number > largest) {
+        throw UsageError("--" + option + ": '" + text + "' is not a number from " +
+                         std::to_string(smallest) + " to " + std::to_string(largest));
     }
     return number;
 }
@@ -40,6 +45,16 @@ std::vector<std::string> wordsOf(char **words)
         result.emplace_back(*word);
     }
     return result;
+}
+
+/** The help of a command in plain ASCII: GLib writes an ellipsis, which not every locale has. */
+std::string helpOf(GOptionContext *context)
+{
+    constexpr std::string_view ELLIPSIS = "\u2026";
+    const std::unique_ptr<char, Free> help(g_option_context_get_help(context, TRUE, nullptr));
+    std::string text(help.get());
+    const std::size_t at = text.find(ELLIPSIS);
+    return at == std::string::npos ? text : text.replace(at, ELLIPSIS.size(), "...");
 }
 
 /** A vector of pointers as GLib wants it, which may take some of them out. */
@@ -113,11 +128,12 @@ void CommandLine::texts(const char *option, const char *argument, const char *he
 }
 
 void CommandLine::number(const char *option, const char *argument, const char *help,
-                         unsigned int largest, std::optional<unsigned int> &target)
+                         unsigned int largest, std::optional<unsigned int> &target,
+                         unsigned int smallest)
 {
     addTexts(option, argument, help,
-             [option, largest, &target](const std::vector<std::string> &values) {
-                 target = parseNumber(option, values.back(), largest);
+             [option, smallest, largest, &target](const std::vector<std::string> &values) {
+                 target = parseNumber(option, values.back(), smallest, largest);
              });
 }
 
@@ -126,6 +142,10 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
     std::vector<std::string> rest;
     addTexts(G_OPTION_REMAINING, nullptr, nullptr,
              [&rest](const std::vector<std::string> &values) { rest = values; });
+    bool help = false;
+    if (!isProgramLine) {
+        flag("help", "Print this help", help, 'h');
+    }
     entries.push_back({});
 
     g_set_prgname(name.empty() ? program.c_str() : (program + " " + name).c_str());
@@ -133,7 +153,7 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
     g_option_context_set_summary(context.get(), summary.c_str());
     g_option_context_set_description(context.get(), description.c_str());
     g_option_context_set_strict_posix(context.get(), isProgramLine);
-    g_option_context_set_help_enabled(context.get(), !isProgramLine);
+    g_option_context_set_help_enabled(context.get(), FALSE);
     g_option_context_add_main_entries(context.get(), entries.data(), nullptr);
 
     char **array = arrayOf(name, words).release();
@@ -149,13 +169,17 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
     if (!understood) {
         throw UsageError(failure->message);
     }
+    for (const Flag &given : flagStorage) {
+        *given.target = *given.target || given.value != FALSE;
+    }
+    if (help) {
+        print(helpOf(context.get()));
+        std::exit(EXIT_SUCCESS); // NOLINT(concurrency-mt-unsafe): there is no other thread
+    }
     for (const Texts &given : textStorage) {
         if (given.values != nullptr) {
             given.take(wordsOf(given.values));
         }
-    }
-    for (const Flag &given : flagStorage) {
-        *given.target = *given.target || given.value != FALSE;
     }
     if (arguments.empty() && !rest.empty()) {
         throw UsageError("'" + rest.front() + "': no argument is expected here");

@@ -39,9 +39,9 @@ public:
     /** An option that may be given several times. */
     void texts(const char *option, const char *argument, const char *help,
                std::vector<std::string> &target);
-    /** A decimal number from 0 to `largest`. */
+    /** A decimal number from `smallest` to `largest`. */
     void number(const char *option, const char *argument, const char *help, unsigned int largest,
-                std::optional<unsigned int> &target);
+                std::optional<unsigned int> &target, unsigned int smallest = 0);
 
     /**
      * For a program's own line, which names a command: parsing stops there, and "--help" is an

@@ -50,7 +50,8 @@ constexpr const char *HELP =
     "  --json                          print JSON, for programs\n"
     "  --timeout SECONDS               how long to wait for the service (default 60)\n"
     "  --version\n"
-    "  --help                          after a command: its options and arguments\n"
+    "  --help                          after a command: its options and arguments;\n"
+    "                                  so does \"help COMMAND\"\n"
     "\n"
     "Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 no answer from the\n"
     "service.\n";
@@ -76,7 +77,9 @@ const NamedCommand &commandOf(const std::string &name)
 {
     const auto *const found = std::ranges::find(COMMANDS, name, &NamedCommand::name);
     if (found == COMMANDS.end()) {
-        throw UsageError("unknown command '" + name + "'");
+        throw UsageError("unknown command '" + name +
+                         "', expected show, get, set, subscription, "
+                         "filter, export or import");
     }
     return *found;
 }

@@ -31,6 +31,12 @@ struct GlobalOptions {
  */
 Words parse(command_line::CommandLine &line, GlobalOptions &options, const Words &words);
 
+/** Throws UsageError, with what they should be, when there are no words. */
+void requireSome(const Words &words, const char *what);
+
+/** Throws UsageError, with what it should be, when there is more than one word. */
+void requireNoMore(const Words &words, const char *what);
+
 /** The only word that is given; throws UsageError, with what it should be, for none and several. */
 std::string onlyOne(const Words &words, const char *what);
 

@@ -20,7 +20,16 @@ bool isChoice(const Field &field, std::string_view text)
         field.choices, [text](const char *choice) { return choice != nullptr && text == choice; });
 }
 
-bool parseTruth(const Field &field, const std::string &text)
+std::string settingNames()
+{
+    std::string names;
+    for (const Field &field : SETTINGS) {
+        names += (names.empty() ? "" : ", ") + std::string(field.name);
+    }
+    return names;
+}
+
+bool parseTruth(const std::string &name, const std::string &text)
 {
     if (std::ranges::find(TRUE_WORDS, text) != TRUE_WORDS.end()) {
         return true;
@@ -28,7 +37,7 @@ bool parseTruth(const Field &field, const std::string &text)
     if (std::ranges::find(FALSE_WORDS, text) != FALSE_WORDS.end()) {
         return false;
     }
-    throw UsageError(std::string(field.name) + ": '" + text + "' is neither yes nor no");
+    throw UsageError(name + ": '" + text + "' is neither yes nor no");
 }
 
 } // namespace
@@ -44,25 +53,36 @@ const Field &settingOf(const std::string &name)
     if (const Field *const field = findField(SETTINGS, name)) {
         return *field;
     }
-    std::string names;
-    for (const Field &field : SETTINGS) {
-        names += (names.empty() ? "" : ", ") + std::string(field.name);
+    if (name == DEVICE_TOPIC_PREFIX.name) {
+        throw UsageError(name + " can only be read");
     }
-    throw UsageError("unknown setting '" + name + "', expected one of " + names);
+    throw UsageError("unknown setting '" + name + "', expected one of " + settingNames());
 }
 
-Json parseValue(const Field &field, const std::string &text)
+const Field &readableOf(const std::string &name)
+{
+    if (name == DEVICE_TOPIC_PREFIX.name) {
+        return DEVICE_TOPIC_PREFIX;
+    }
+    if (const Field *const field = findField(SETTINGS, name)) {
+        return *field;
+    }
+    throw UsageError("unknown setting '" + name + "', expected one of " + settingNames() + ", " +
+                     DEVICE_TOPIC_PREFIX.name);
+}
+
+Json parseValue(const Field &field, const std::string &name, const std::string &text)
 {
     switch (field.kind) {
     case Kind::TEXT:
         return textValue(text);
     case Kind::TRUTH:
-        return owned(json_boolean(parseTruth(field, text)));
+        return owned(json_boolean(parseTruth(name, text)));
     case Kind::CHOICE:
         break;
     }
     if (!isChoice(field, text)) {
-        throw UsageError(std::string(field.name) + ": '" + text + "' is not " + expectation(field));
+        throw UsageError(name + ": '" + text + "' is not " + expectation(field));
     }
     return textValue(text);
 }

@@ -56,11 +56,17 @@ inline constexpr Field DEVICE_TOPIC_PREFIX{"deviceTopicPrefix", Kind::TEXT};
 /** The field of a name; null when there is none. */
 const Field *findField(Fields fields, std::string_view name);
 
-/** The setting of a name; throws UsageError with all names for an unknown one. */
+/** The setting of a name, to change it; throws UsageError with all names for an unknown one. */
 const Field &settingOf(const std::string &name);
 
-/** The value of a field as it is written on the command line. Throws UsageError. */
-Json parseValue(const Field &field, const std::string &text);
+/** The setting of a name, or what can only be read; throws UsageError as settingOf(). */
+const Field &readableOf(const std::string &name);
+
+/**
+ * The value of a field as it is written on the command line, where the person knows it by `name`.
+ * Throws UsageError.
+ */
+Json parseValue(const Field &field, const std::string &name, const std::string &text);
 
 /** "QOS_1" of "1". Throws UsageError. */
 Json parseQos(const std::string &text);

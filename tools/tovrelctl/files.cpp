@@ -27,6 +27,13 @@ constexpr int FILE_MODE = 0666;
     throw Failure(file + ": " + g_strerror(number));
 }
 
+/** Why a file could not be written: GLib says so behind a sentence about its temporary file. */
+std::string reasonIn(const std::string &message)
+{
+    const std::size_t colon = message.rfind(": ");
+    return colon == std::string::npos ? message : message.substr(colon + 2);
+}
+
 std::string readStream(std::FILE *stream, const std::string &name, std::size_t mostBytes)
 {
     std::string text;
@@ -74,7 +81,7 @@ void replaceFile(const std::string &file, const std::string &text)
                                                           G_FILE_SET_CONTENTS_DURABLE);
     if (!g_file_set_contents_full(file.c_str(), text.data(), static_cast<gssize>(text.size()),
                                   flags, FILE_MODE, OutParameter(error))) {
-        throw Failure(tovrel::errorText(error));
+        throw Failure(file + ": " + reasonIn(tovrel::errorText(error)));
     }
 }
 

@@ -44,7 +44,7 @@ int addFilter(GlobalOptions options, const Words &words)
     const Json data = owned(json_object());
     put(data.get(), "topicFilter", textValue(onlyOne(parse(line, options, words), "TOPIC_FILTER")));
     put(data.get(), "qos", parseQos(qos.value_or("0")));
-    put(data.get(), "retain", parseValue(RETAIN, retain.value_or("property")));
+    put(data.get(), "retain", parseValue(RETAIN, "--retain", retain.value_or("property")));
 
     Service service = options.connect();
     const Json filter = addItem(service, filterPath(), FILTER_FIELDS, data);
@@ -83,14 +83,14 @@ int setFilter(GlobalOptions options, const Words &words)
     line.text("retain", "none|property|all", "Which messages are retained", retain);
     const std::string id = onlyOne(parse(line, options, words), "ID");
     const Json changes = owned(json_object());
-    putGiven(changes, {"topicFilter", Kind::TEXT}, topicFilter);
+    putGiven(changes, {"topicFilter", Kind::TEXT}, "--topic-filter", topicFilter);
     putGivenQos(changes, qos);
-    putGiven(changes, RETAIN, retain);
+    putGiven(changes, RETAIN, "--retain", retain);
     requireChange(changes);
 
     Service service = options.connect();
     const Path path = below(filterPath(), id);
-    changeFilter(service, path, changes);
+    onItem("filter", id, [&] { changeFilter(service, path, changes); });
     const Json filter = getItem(service, path, FILTER_FIELDS);
     if (options.json) {
         printJson(filter.get());

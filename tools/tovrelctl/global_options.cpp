@@ -25,20 +25,30 @@ Words parse(command_line::CommandLine &line, GlobalOptions &options, const Words
     std::optional<unsigned int> timeout;
     line.flag("json", "Print JSON, for programs", options.json);
     line.number("timeout", "SECONDS", "How long to wait for the service (default 60)",
-                LONGEST_TIMEOUT, timeout);
+                LONGEST_TIMEOUT, timeout, 1);
     Words rest = line.parse(words);
-    if (timeout == 0U) {
-        throw UsageError("--timeout: at least 1 second is needed");
-    }
     options.timeoutSeconds = timeout.value_or(options.timeoutSeconds);
     return rest;
 }
 
+void requireSome(const Words &words, const char *what)
+{
+    if (words.empty()) {
+        throw UsageError(std::string(what) + " is missing");
+    }
+}
+
+void requireNoMore(const Words &words, const char *what)
+{
+    if (words.size() > 1) {
+        throw UsageError("'" + words[1] + "': only one " + what + " is expected");
+    }
+}
+
 std::string onlyOne(const Words &words, const char *what)
 {
-    if (words.size() != 1) {
-        throw UsageError(std::string("exactly one ") + what + " is expected");
-    }
+    requireSome(words, what);
+    requireNoMore(words, what);
     return words.front();
 }
 

@@ -8,8 +8,6 @@
 #include "tovrelctl/output.h"
 #include "tovrelctl/printable.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -67,9 +65,7 @@ int removeItems(const Collection &collection, GlobalOptions options, const Words
     CommandLine line(std::string("tovrelctl ") + collection.word, "remove", "ID...",
                      "Removes them. When one cannot be removed the others are all the same.", "");
     const Words ids = parse(line, options, words);
-    if (ids.empty()) {
-        throw UsageError("an ID is missing");
-    }
+    requireSome(ids, "ID");
     Service service = options.connect();
     const Json removed = owned(json_array());
     bool all = false;
@@ -150,10 +146,11 @@ Json getItem(Service &service, const Path &path, Fields fields)
     return item;
 }
 
-void putGiven(const Json &data, const Field &field, const std::optional<std::string> &text)
+void putGiven(const Json &data, const Field &field, const std::string &option,
+              const std::optional<std::string> &text)
 {
     if (text) {
-        put(data.get(), field.name, parseValue(field, *text));
+        put(data.get(), field.name, parseValue(field, option, *text));
     }
 }
 
@@ -171,11 +168,31 @@ void requireChange(const Json &data)
     }
 }
 
-int runOn(const Collection &collection, const GlobalOptions &options, const Words &words)
+void onItem(const char *word, const std::string &id, const std::function<void()> &action)
 {
-    g_set_prgname((std::string("tovrelctl ") + collection.word).c_str());
-    const std::string command = words.empty() ? std::string() : words.front();
-    const Words rest(words.empty() ? words.end() : words.begin() + 1, words.end());
+    try {
+        action();
+    } catch (const Refused &refusal) {
+        throw Refused(std::string(word) + " " + id + ": " + refusal.what(), refusal.advice());
+    }
+}
+
+int runOn(const Collection &collection, GlobalOptions options, const Words &words)
+{
+    bool help = false;
+    CommandLine line("tovrelctl", collection.word, "COMMAND", "", "");
+    line.flag("help", "", help, 'h');
+    line.leaveToCaller();
+    Words rest = parse(line, options, words);
+    if (help || (!rest.empty() && rest.front() == "help")) {
+        command_line::print(collection.help);
+        return EXIT_DONE;
+    }
+    if (rest.empty()) {
+        throw UsageError("list, add, set or remove is expected");
+    }
+    const std::string command = rest.front();
+    rest.erase(rest.begin());
     if (command == "list") {
         return listItems(collection, options, rest);
     }
@@ -188,13 +205,7 @@ int runOn(const Collection &collection, const GlobalOptions &options, const Word
     if (command == "remove") {
         return removeItems(collection, options, rest);
     }
-    if (command == "--help" || command == "-h" || command == "help") {
-        command_line::print(collection.help);
-        return EXIT_DONE;
-    }
-    throw UsageError(command.empty()
-                         ? "list, add, set or remove is expected"
-                         : "unknown command '" + command + "', expected list, add, set or remove");
+    throw UsageError("unknown command '" + command + "', expected list, add, set or remove");
 }
 
 } // namespace tovrelctl

@@ -6,6 +6,7 @@
 #include "tovrelctl/service.h"
 #include "tovrelctl/table.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,7 +27,10 @@ struct Collection {
 };
 
 /** Runs the command on a collection that the first word names. */
-int runOn(const Collection &collection, const GlobalOptions &options, const Words &words);
+int runOn(const Collection &collection, GlobalOptions options, const Words &words);
+
+/** Does something with an item; a refusal then says which item it was. */
+void onItem(const char *word, const std::string &id, const std::function<void()> &action);
 
 /** Where MQTT-to-event items are. */
 Path subscriptionPath();
@@ -59,8 +63,9 @@ Path below(Path collection, const std::string &id);
 /** The number in an item's "qos". */
 std::string qosNumber(const json_t *item);
 
-/** Puts the value of a field, as it is written on the command line, if it is given. */
-void putGiven(const Json &data, const Field &field, const std::optional<std::string> &text);
+/** Puts the value of a field, as it is written behind an option, if it is given. */
+void putGiven(const Json &data, const Field &field, const std::string &option,
+              const std::optional<std::string> &text);
 
 /** Puts "qos", which is a number on the command line, if it is given. */
 void putGivenQos(const Json &data, const std::optional<std::string> &text);

@@ -40,8 +40,8 @@ int printSettings(const GlobalOptions &options)
 
 int printSetting(const GlobalOptions &options, const std::string &name)
 {
-    const bool ofDevice = name == DEVICE_TOPIC_PREFIX.name;
-    const Field &field = ofDevice ? DEVICE_TOPIC_PREFIX : settingOf(name);
+    const Field &field = readableOf(name);
+    const bool ofDevice = &field == &DEVICE_TOPIC_PREFIX;
     Service service = options.connect();
     const Json answer = service.request({.operation = "get",
                                          .path = ofDevice ? Path() : publicationPath(),
@@ -71,9 +71,7 @@ int runGet(GlobalOptions options, const Words &words)
                      "includeTopicNamespaces, includeSerialNumberInPayload or\n"
                      "deviceTopicPrefix, which can only be read.");
     const Words names = parse(line, options, words);
-    if (names.size() > 1) {
-        throw UsageError("only one SETTING is expected");
-    }
+    requireNoMore(names, "SETTING");
     return names.empty() ? printSettings(options) : printSetting(options, names.front());
 }
 
@@ -98,7 +96,10 @@ int runSet(GlobalOptions options, const Words &words)
     Json data = owned(json_object());
     for (std::size_t index = 0; index < given.size(); index += 2) {
         const Field &field = settingOf(given[index]);
-        put(data.get(), field.name, parseValue(field, given[index + 1]));
+        if (json_object_get(data.get(), field.name) != nullptr) {
+            throw UsageError(std::string(field.name) + " is given more than once");
+        }
+        put(data.get(), field.name, parseValue(field, field.name, given[index + 1]));
     }
     Service service = options.connect();
     service.request({.operation = "set", .path = publicationPath(), .data = share(data.get())});

@@ -69,16 +69,17 @@ int setSubscription(GlobalOptions options, const Words &words)
     line.text("state", "yes|no", "Whether the events are stateful", state);
     line.text("device-prefix", "yes|no", "Whether the device's topic prefix stands before", prefix);
     const std::string id = onlyOne(parse(line, options, words), "ID");
-    Json data = owned(json_object());
-    putGiven(data, {"topicFilter", Kind::TEXT}, topicFilter);
+    const Json data = owned(json_object());
+    putGiven(data, {"topicFilter", Kind::TEXT}, "--topic-filter", topicFilter);
     putGivenQos(data, qos);
-    putGiven(data, {"isStateData", Kind::TRUTH}, state);
-    putGiven(data, {"useDeviceTopicPrefix", Kind::TRUTH}, prefix);
+    putGiven(data, {"isStateData", Kind::TRUTH}, "--state", state);
+    putGiven(data, {"useDeviceTopicPrefix", Kind::TRUTH}, "--device-prefix", prefix);
     requireChange(data);
 
     Service service = options.connect();
     const Path path = below(subscriptionPath(), id);
-    service.request({.operation = "set", .path = path, .data = std::move(data)});
+    onItem("subscription", id,
+           [&] { service.request({.operation = "set", .path = path, .data = share(data.get())}); });
     const Json item = getItem(service, path, SUBSCRIPTION_FIELDS);
     if (options.json) {
         printJson(item.get());

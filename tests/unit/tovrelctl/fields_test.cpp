@@ -31,31 +31,43 @@ TEST(Settings, AreFoundByTheirNames)
               "appendEventTopic, includeTopicNamespaces, includeSerialNumberInPayload");
 }
 
+TEST(Settings, ThatCanOnlyBeReadAreNotChanged)
+{
+    EXPECT_EQ(&readableOf("deviceTopicPrefix"), &DEVICE_TOPIC_PREFIX);
+    EXPECT_EQ(&readableOf("topicPrefix"), &settingOf("topicPrefix"));
+    EXPECT_EQ(complaintOf([] { settingOf("deviceTopicPrefix"); }),
+              "deviceTopicPrefix can only be read");
+    EXPECT_EQ(complaintOf([] { readableOf("prefix"); }),
+              "unknown setting 'prefix', expected one of topicPrefix, customTopicPrefix, "
+              "appendEventTopic, includeTopicNamespaces, includeSerialNumberInPayload, "
+              "deviceTopicPrefix");
+}
+
 TEST(Settings, TakeSeveralWordsForATruth)
 {
     const Field &field = settingOf("appendEventTopic");
     for (const char *word : {"true", "yes", "on", "1"}) {
-        EXPECT_TRUE(json_is_true(parseValue(field, word).get())) << word;
+        EXPECT_TRUE(json_is_true(parseValue(field, "here", word).get())) << word;
     }
     for (const char *word : {"false", "no", "off", "0"}) {
-        EXPECT_TRUE(json_is_false(parseValue(field, word).get())) << word;
+        EXPECT_TRUE(json_is_false(parseValue(field, "here", word).get())) << word;
     }
-    EXPECT_EQ(complaintOf([&] { parseValue(field, "maybe"); }),
-              "appendEventTopic: 'maybe' is neither yes nor no");
+    EXPECT_EQ(complaintOf([&] { parseValue(field, "here", "maybe"); }),
+              "here: 'maybe' is neither yes nor no");
 }
 
 TEST(Settings, TakeOnlyTheirChoices)
 {
     const Field &field = settingOf("topicPrefix");
-    EXPECT_EQ(plainText(parseValue(field, "custom").get()), "custom");
-    EXPECT_EQ(complaintOf([&] { parseValue(field, "Custom"); }),
-              "topicPrefix: 'Custom' is not one of default, custom, none");
+    EXPECT_EQ(plainText(parseValue(field, "here", "custom").get()), "custom");
+    EXPECT_EQ(complaintOf([&] { parseValue(field, "here", "Custom"); }),
+              "here: 'Custom' is not one of default, custom, none");
 }
 
 TEST(Settings, TakeAnyTextWhereOneIsMeant)
 {
-    EXPECT_EQ(plainText(parseValue(settingOf("customTopicPrefix"), "").get()), "");
-    EXPECT_EQ(plainText(parseValue(settingOf("customTopicPrefix"), "ä/b").get()), "ä/b");
+    EXPECT_EQ(plainText(parseValue(settingOf("customTopicPrefix"), "here", "").get()), "");
+    EXPECT_EQ(plainText(parseValue(settingOf("customTopicPrefix"), "here", "ä/b").get()), "ä/b");
 }
 
 TEST(Qos, IsWrittenAsANumber)
