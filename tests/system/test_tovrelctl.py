@@ -72,6 +72,14 @@ def test_options_of_every_command_stand_anywhere():
     assert told("subscription", "--json", "--help").startswith("Usage: tovrelctl subscription ")
 
 
+def test_the_value_of_an_option_may_look_like_an_option():
+    told("subscription", "add", "a")
+    told("subscription", "set", "0", "--topic-filter", "--state=no")
+    told("set", "customTopicPrefix", "--", "--json=no")
+    assert export()["subscription"][0]["topicFilter"] == "--state=no"
+    assert told("get", "customTopicPrefix") == "--json=no\n"
+
+
 def test_several_are_removed_and_those_that_are_not_there_are_told():
     for topic in "abc":
         told("filter", "add", f"onvif:{topic}")
@@ -152,7 +160,7 @@ def test_what_the_service_takes_and_cannot_use_is_warned_about():
              ["subscription 1: MQTT knows no such topic filter, so no message will come",
               f"subscription 1: {cut}'b/#/b'"]),
             (["filter", "add", "tnsnorq:Door"],
-             ["filter 0: with tnsnorq: it selects no event, a filter says norq: for that"]),
+             ["filter 0: it selects no event: 'tnsnorq:' has to be written 'norq:' here"]),
             (["filter", "set", "0", "--topic-filter", "norq:Door/#"],
              ["filter 0: '#' is no wildcard of events; //. at the end stands for all below"]),
             (["set", "customTopicPrefix", "a/#"], ["customTopicPrefix: MQTT knows no such topics, "
@@ -198,7 +206,11 @@ def test_wrong_usage_is_told_with_what_to_do():
             (["set", "deviceTopicPrefix", "x"], "deviceTopicPrefix can only be read", " set"),
             (["set", "topicPrefix", "none", "topicPrefix", "custom"],
              "topicPrefix is given more than once", " set"),
-            (["set", "topicPrefix"], "a SETTING and a VALUE are expected", " set"),
+            (["set"], "SETTING is missing", " set"),
+            (["set", "topicPrefix", "none", "customTopicPrefix"],
+             "customTopicPrefix: VALUE is missing", " set"),
+            (["set", "topicPrefix=none"],
+             f"unknown setting 'topicPrefix=none', expected one of {settings}", " set"),
             (["set", "topicPrefix", "x"],
              "topicPrefix: 'x' is not one of default, custom, none", " set"),
             (["set", "customTopicPrefix", b"\xff"], "argument 2 is not valid UTF-8", ""),
@@ -210,6 +222,13 @@ def test_wrong_usage_is_told_with_what_to_do():
             (["filter", "add"], "TOPIC_FILTER is missing", " filter add"),
             (["subscription", "add", "a", "--state", "yes"],
              "'yes': only one TOPIC_FILTER is expected", " subscription add"),
+            (["subscription", "add", "a", "--state=no"], "--state takes no value",
+             " subscription add"),
+            (["--json=no", "show"], "--json takes no value", ""),
+            (["filter", "add", "--retain", "norq:Door"],
+             "--retain: 'norq:Door' is not one of none, property, all", " filter add"),
+            (["subscription", "add", "--qos", "a"], "--qos: 'a' is not 0, 1 or 2",
+             " subscription add"),
             (["filter", "add", "a", "--retain", "x"],
              "--retain: 'x' is not one of none, property, all", " filter add"),
             (["subscription", "set", "0", "--device-prefix", "x"],

@@ -3,6 +3,7 @@
 #include "command_line/output.h"
 #include "command_line/usage_error.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <memory>
@@ -137,6 +138,31 @@ void CommandLine::number(const char *option, const char *argument, const char *h
              });
 }
 
+/** GOption takes "--flag=no" for "--flag". */
+void CommandLine::refuseValuesOfFlags(const std::vector<std::string> &words) const
+{
+    for (auto word = words.begin(); word != words.end() && *word != "--"; ++word) {
+        const bool isOption = word->starts_with('-');
+        if (isProgramLine && !isOption) {
+            return;
+        }
+        const std::size_t equals = word->find('=');
+        const auto entry = std::ranges::find_if(entries, [&](const GOptionEntry &known) {
+            return isOption && word->substr(0, equals) == std::string("--") + known.long_name;
+        });
+        if (entry == entries.end()) {
+            continue;
+        }
+        const bool isFlag = entry->arg == G_OPTION_ARG_NONE;
+        if (isFlag && equals != std::string::npos) {
+            throw UsageError(word->substr(0, equals) + " takes no value");
+        }
+        if (!isFlag && equals == std::string::npos && ++word == words.end()) {
+            return;
+        }
+    }
+}
+
 std::vector<std::string> CommandLine::parse(const std::vector<std::string> &words)
 {
     std::vector<std::string> rest;
@@ -146,9 +172,10 @@ std::vector<std::string> CommandLine::parse(const std::vector<std::string> &word
     if (!isProgramLine) {
         flag("help", "Print this help", help, 'h');
     }
+    g_set_prgname(name.empty() ? program.c_str() : (program + " " + name).c_str());
+    refuseValuesOfFlags(words);
     entries.push_back({});
 
-    g_set_prgname(name.empty() ? program.c_str() : (program + " " + name).c_str());
     const OptionContext context(g_option_context_new(arguments.c_str()));
     g_option_context_set_summary(context.get(), summary.c_str());
     g_option_context_set_description(context.get(), description.c_str());

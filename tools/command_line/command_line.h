@@ -68,6 +68,8 @@ private:
     void addTexts(const char *option, const char *argument, const char *help,
                   std::function<void(const std::vector<std::string> &)> take);
 
+    void refuseValuesOfFlags(const std::vector<std::string> &words) const;
+
     std::string program;
     std::string name;
     std::string arguments;

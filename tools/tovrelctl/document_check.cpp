@@ -54,6 +54,18 @@ constexpr IdRule FILTER_ID{
     "a text, for example \"0\", that is neither empty nor \"common\" and has no brackets "
     "or control characters"};
 
+std::string namesOf(Fields fields, const std::set<std::string_view> &others)
+{
+    std::string text;
+    for (const Field &field : fields) {
+        text += (text.empty() ? "" : ", ") + std::string(field.name);
+    }
+    for (const std::string_view name : others) {
+        text += (text.empty() ? "" : ", ") + std::string(name);
+    }
+    return text;
+}
+
 /** Fields of an object against those it may have; `others` are looked at elsewhere. */
 void checkFields(const json_t *object, Fields fields, const std::set<std::string_view> &others,
                  const std::string &place)
@@ -67,7 +79,8 @@ void checkFields(const json_t *object, Fields fields, const std::set<std::string
     {
         const Field *const field = findField(fields, name);
         if (field == nullptr && !others.contains(name)) {
-            reject(place, "unknown field '" + std::string(name) + "'");
+            reject(place, "unknown field '" + std::string(name) + "', expected one of " +
+                              namesOf(fields, others));
         }
         if (field != nullptr && !fits(*field, value)) {
             reject(place + "." + name, expectation(*field) + " is expected");

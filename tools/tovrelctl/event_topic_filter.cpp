@@ -41,11 +41,11 @@ std::vector<Level> levelsOf(std::string_view filter)
 void findNamespaces(const std::vector<Level> &levels, std::vector<std::string> &findings)
 {
     if (!levels.empty() && levels.front().nameSpace.empty()) {
-        findings.emplace_back("without a namespace before its first level, onvif: or norq:, "
-                              "it selects no event");
+        findings.emplace_back("it selects no event: a namespace, as in onvif:Device or norq:Door, "
+                              "is missing before its first level");
     }
     if (std::ranges::count(levels, FULL_NAME, &Level::nameSpace) > 0) {
-        findings.emplace_back("with tnsnorq: it selects no event, a filter says norq: for that");
+        findings.emplace_back("it selects no event: 'tnsnorq:' has to be written 'norq:' here");
     }
 }
 
@@ -61,7 +61,7 @@ void findNames(const std::vector<Level> &levels, std::vector<std::string> &findi
         return;
     }
     if (std::ranges::count(levels, std::string_view(), &Level::name) > 0) {
-        findings.emplace_back("with an empty level it selects no event");
+        findings.emplace_back("it selects no event: one of its levels is empty");
     }
 }
 
@@ -70,7 +70,7 @@ void findNames(const std::vector<Level> &levels, std::vector<std::string> &findi
 std::vector<std::string> findingsOnEventTopic(const std::string &topicFilter)
 {
     if (topicFilter.empty()) {
-        return {"an empty topic filter selects no event; //. selects every one"};
+        return {"it selects no event: it is empty; //. selects every one"};
     }
     std::string_view rest = topicFilter;
     if (rest.ends_with(SUBTOPICS)) {

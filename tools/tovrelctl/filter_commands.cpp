@@ -41,10 +41,11 @@ int addFilter(GlobalOptions options, const Words &words)
     line.text("qos", "0|1|2", "QoS to publish with (default 0)", qos);
     line.text("retain", "none|property|all", "Which messages are retained (default property)",
               retain);
+    const Words given = parse(line, options, words);
     const Json data = owned(json_object());
-    put(data.get(), "topicFilter", textValue(onlyOne(parse(line, options, words), "TOPIC_FILTER")));
     put(data.get(), "qos", parseQos(qos.value_or("0")));
     put(data.get(), "retain", parseValue(RETAIN, "--retain", retain.value_or("property")));
+    put(data.get(), "topicFilter", textValue(onlyOne(given, "TOPIC_FILTER")));
 
     Service service = options.connect();
     const Json filter = addItem(service, filterPath(), FILTER_FIELDS, data);

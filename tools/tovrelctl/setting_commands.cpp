@@ -52,6 +52,19 @@ int printSetting(const GlobalOptions &options, const std::string &name)
     return EXIT_DONE;
 }
 
+/** Puts a setting with its value, which is null when none is given. */
+void putSetting(const Json &data, const std::string &name, const std::string *value)
+{
+    const Field &field = settingOf(name);
+    if (value == nullptr) {
+        throw UsageError(name + ": VALUE is missing");
+    }
+    if (json_object_get(data.get(), field.name) != nullptr) {
+        throw UsageError(name + " is given more than once");
+    }
+    put(data.get(), field.name, parseValue(field, name, *value));
+}
+
 } // namespace
 
 Table settingTable(const json_t *publication)
@@ -90,16 +103,10 @@ int runSet(GlobalOptions options, const Words &words)
         "  includeTopicNamespaces        yes or no: whether with its namespaces\n"
         "  includeSerialNumberInPayload  yes or no");
     const Words given = parse(line, options, words);
-    if (given.empty() || given.size() % 2 != 0) {
-        throw UsageError("a SETTING and a VALUE are expected");
-    }
-    Json data = owned(json_object());
+    requireSome(given, "SETTING");
+    const Json data = owned(json_object());
     for (std::size_t index = 0; index < given.size(); index += 2) {
-        const Field &field = settingOf(given[index]);
-        if (json_object_get(data.get(), field.name) != nullptr) {
-            throw UsageError(std::string(field.name) + " is given more than once");
-        }
-        put(data.get(), field.name, parseValue(field, field.name, given[index + 1]));
+        putSetting(data, given[index], index + 1 < given.size() ? &given[index + 1] : nullptr);
     }
     Service service = options.connect();
     service.request({.operation = "set", .path = publicationPath(), .data = share(data.get())});

@@ -42,9 +42,10 @@ int addSubscription(GlobalOptions options, const Words &words)
     line.text("qos", "0|1|2", "QoS to subscribe with (default 0)", qos);
     line.flag("state", "The events are stateful; no wildcards then", state);
     line.flag("device-prefix", "The device's topic prefix stands before the filter", prefix);
+    const Words given = parse(line, options, words);
     const Json data = owned(json_object());
-    put(data.get(), "topicFilter", textValue(onlyOne(parse(line, options, words), "TOPIC_FILTER")));
     put(data.get(), "qos", parseQos(qos.value_or("0")));
+    put(data.get(), "topicFilter", textValue(onlyOne(given, "TOPIC_FILTER")));
     put(data.get(), "isStateData", owned(json_boolean(state)));
     put(data.get(), "useDeviceTopicPrefix", owned(json_boolean(prefix)));
 

@@ -42,7 +42,8 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong)
 {
     const std::pair<std::string, const char *> cases[] = {
         {"[]", "document: a JSON object is expected"},
-        {R"({"deviceTopicPrefix":"x"})", "document: unknown field 'deviceTopicPrefix'"},
+        {R"({"deviceTopicPrefix":"x"})",
+         "document: unknown field 'deviceTopicPrefix', expected one of publication, subscription"},
         {R"({"publication":[]})", "publication: a JSON object is expected"},
         {R"({"publication":{"topicPrefix":"other"}})",
          "publication.topicPrefix: one of default, custom, none is expected"},
@@ -54,6 +55,12 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong)
          "publication.eventFilter: a JSON array is expected"},
         {R"({"publication":{"eventFilter":[{"id":"1","retain":"some"}]}})",
          "publication.eventFilter[0].retain: one of none, property, all is expected"},
+        {R"({"publication":{"qos":"QOS_0"}})",
+         "publication: unknown field 'qos', expected one of topicPrefix, customTopicPrefix, "
+         "appendEventTopic, includeTopicNamespaces, includeSerialNumberInPayload, eventFilter"},
+        {subscriptions(R"([{"id":"1","topic":"a"}])"),
+         "subscription[0]: unknown field 'topic', expected one of topicFilter, qos, isStateData, "
+         "useDeviceTopicPrefix, id"},
         {subscriptions("{}"), "subscription: a JSON array is expected"},
         {subscriptions("[1]"), "subscription[0]: a JSON object is expected"},
         {subscriptions(R"([{"id":"1"},{"id":"2","qos":1}])"),
