@@ -103,9 +103,12 @@ class Service:
         Whether it does not run and nothing will start it. systemd asks for what runs after its end
         in the moment of the end, so that is through, or is among the jobs.
         """
-        return (self.state() == "inactive"
-                and not self.guest.run("systemctl", "list-jobs", "--no-legend", RESUME)
+        return (self.state() == "inactive" and not self.is_resume_due()
                 and self.state() == "inactive")
+
+    def is_resume_due(self):
+        """Whether what runs after each end is to be run, or is not through."""
+        return self.guest.run("systemctl", "list-jobs", "--no-legend", RESUME) != ""
 
     def forget_everything(self):
         """Nothing configured, nothing saved, not running."""

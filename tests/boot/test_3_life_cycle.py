@@ -1,7 +1,7 @@
 """Start, end and return of the service under systemd."""
 
 import pytest
-from service import ITEMS, UNIT
+from service import ITEMS, RESUME, UNIT
 from waiting import wait_until
 
 # How long the service is called without a pause, and how often it ends itself at least meanwhile.
@@ -55,9 +55,17 @@ def test_a_killed_service_comes_back_with_its_configuration(guest, unconfigured)
 def test_a_service_without_the_bus_is_started_until_the_bus_is_there(guest, unconfigured):
     unconfigured.set_items("a/b")
     before = unconfigured.main_pid()
+    resumed = resumptions(unconfigured)
     guest.run("systemctl", "restart", "dbus.service")
     unconfigured.wait_for_other_process(than=before)
     wait_until(lambda: unconfigured.items() == ["a/b"], "the service answers again")
+    # Not by what looks behind an end with success.
+    wait_until(lambda: not unconfigured.is_resume_due(), f"{RESUME} is through")
+    assert resumptions(unconfigured) == resumed
+
+
+def resumptions(service):
+    return service.log(f"--unit={RESUME}").count("starting it again")
 
 
 @pytest.mark.parametrize("configured", [True, False])
