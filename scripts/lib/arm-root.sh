@@ -32,6 +32,9 @@ arm_as_root() {
     fi
 }
 
+# The compiler cache and its settings, which stand in the same places in the root.
+readonly ARM_ROOT_CACHES=("${CCACHE_DIR:-$HOME/.cache/ccache}" "$HOME/.config/ccache")
+
 # in_arm_root [BWRAP_OPTION...] -- COMMAND [ARG...]
 in_arm_root() {
     local options=() folder
@@ -40,8 +43,7 @@ in_arm_root() {
         shift
     done
     shift
-    # The compiler cache and its settings, where there are some.
-    for folder in "${CCACHE_DIR:-$HOME/.cache/ccache}" "$HOME/.config/ccache"; do
+    for folder in "${ARM_ROOT_CACHES[@]}"; do
         options+=(--bind-try "$folder" "$folder")
     done
     bwrap --bind "$ARM_ROOT" / --proc /proc --dev /dev --perms 1777 --tmpfs /tmp --tmpfs /run \
@@ -77,11 +79,26 @@ arm_root_apt() {
         --unshare-pid --die-with-parent --chdir / -- "$@"
 }
 
+# The folders that in_arm_root binds need places in the root, which belongs to root: an ordinary user's
+# bwrap cannot make them there.
+make_arm_root_places() {
+    local folder
+    for folder in "$PWD" "${ARM_ROOT_CACHES[@]}"; do
+        [ -d "$ARM_ROOT$folder" ] || arm_as_root mkdir -p "$ARM_ROOT$folder"
+    done
+}
+
 # make_arm_root: makes the root unless it is there, with the packages that are asked for above.
 make_arm_root() {
-    local stamp mirror architecture packages
+    local stamp
     stamp=$(arm_root_stamp)
-    [ "$(cat "$ARM_ROOT.stamp" 2>/dev/null)" != "$stamp" ] || return 0
+    [ "$(cat "$ARM_ROOT.stamp" 2>/dev/null)" = "$stamp" ] || make_arm_root_anew "$stamp"
+    make_arm_root_places
+}
+
+# make_arm_root_anew STAMP
+make_arm_root_anew() {
+    local stamp=$1 mirror architecture packages
     mirror=$(arm_root_mirror)
     [ -n "$mirror" ] || die "apt of this machine knows no Debian 12: run apt-get update"
 
