@@ -153,6 +153,14 @@ class Arrivals:
         """Waits for an event with this number or a higher one."""
         wait_until(lambda: self.last() >= number, f"event {number} arrives", seconds)
 
+    def wait_for_run(self, length, behind):
+        """Waits until the last events are that many without a gap, all with higher numbers."""
+        def flows():
+            numbers = [number for number, _ in self.update()[-length:]]
+            return numbers == list(range(self.highest - length + 1, self.highest + 1)) and (
+                numbers[0] > behind)
+        wait_until(flows, f"{length} events behind event {behind} arrive without a gap")
+
     def first_times(self):
         """
         The numbers in the order of their first arrival. Fails the test when one comes again that is
