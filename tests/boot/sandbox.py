@@ -90,6 +90,15 @@ REFUSED = {
     "load a module": FILTERED,
     "ask for the kernel's log": FILTERED,
 }
+# What takes a capability stays refused by other settings, should the service ever have that.
+RIGHTS = {
+    "packet socket": "CAP_NET_RAW",
+    "new mount namespace": "CAP_SYS_ADMIN",
+    "mount": "CAP_SYS_ADMIN",
+    "host name": "CAP_SYS_ADMIN",
+    "become root": "CAP_SETUID",
+    "real time": "CAP_SYS_NICE",
+}
 
 
 class Sandbox:

@@ -1,7 +1,7 @@
 """What the unit's settings really keep the service from doing."""
 
 import pytest
-from sandbox import ALLOWED, DONE, REFUSED, Sandbox
+from sandbox import ALLOWED, DONE, REFUSED, RIGHTS, Sandbox, privileged
 
 
 @pytest.mark.parametrize("unit, user, groups", [
@@ -46,6 +46,11 @@ def test_the_service_cannot(sandbox, what):
 def test_it_is_the_unit_that_keeps_the_service_from(sandbox, what):
     refusal = REFUSED[what]
     assert sandbox.probe(*refusal.without)[what] == refusal.answer_without
+
+
+@pytest.mark.parametrize("what", RIGHTS)
+def test_the_service_cannot_even_with_the_right_to(sandbox, what):
+    assert sandbox.probe(*privileged(RIGHTS[what]))[what] == REFUSED[what].answer
 
 
 def test_nothing_that_was_tried_went_unjudged(sandbox):
