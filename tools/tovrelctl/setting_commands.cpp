@@ -93,7 +93,7 @@ int runSet(GlobalOptions options, const Words &words)
     CommandLine line(
         "tovrelctl", "set", "SETTING VALUE [SETTING VALUE...]",
         "Changes settings of the way from events to MQTT, at once.",
-        "SETTING                       VALUE\n"
+        "  SETTING                       VALUE\n"
         "  topicPrefix                   default: topics begin with the device's topic\n"
         "                                prefix and \"event\"; custom: with\n"
         "                                customTopicPrefix alone, unless that is\n"
