@@ -1,5 +1,6 @@
 """What the service may not do, which of its unit's settings keeps it from that, and how to try it."""
 
+import shlex
 from typing import NamedTuple
 
 from service import END_SECONDS, UNIT
@@ -143,8 +144,8 @@ class Sandbox:
         lines = ["[Service]", "Type=exec", "Restart=no", "ExecStart=",
                  "ExecStart=/usr/libexec/tovrel /etc/tovrel", f"StandardOutput=truncate:{ANSWERS}",
                  f"BindReadOnlyPaths={PROBE}:/usr/libexec/tovrel", *settings]
-        self.guest.shell(f"printf '%s\\n' {' '.join(repr(line) for line in lines)} >{DROP_INS}/probe.conf"
-                         " && systemctl daemon-reload")
+        text = shlex.quote("\n".join(lines))
+        self.guest.shell(f"echo {text} >{DROP_INS}/probe.conf && systemctl daemon-reload")
         self.service.start()
         wait_until(lambda: self.service.state() in ("inactive", "failed"), "the probe has ended",
                    END_SECONDS)
