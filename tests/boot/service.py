@@ -9,6 +9,7 @@ UNIT = "tovrel.service"
 RESUME = "tovrel-resume.service"
 UNITS = (UNIT, RESUME, "tovrel-folder.service", "norq-eventd.service",
          "norq-deviced.service")
+BY_THE_SERVICE = "--identifier=tovrel"
 ITEMS = "/etc/tovrel/subscriptions_v2.conf"
 PUBLICATION = "/etc/tovrel/event_to_mqtt_v2.conf"
 OBJECT = ("com.norq.Tovrel1", "/com/norq/Tovrel1")
@@ -53,7 +54,7 @@ class Service:
 
     def starts(self):
         """How often it was started since the guest is up."""
-        return self.log(f"--unit={UNIT}").count("tovrel starting")
+        return self.said().count("tovrel starting")
 
     def signal_process(self, name, process):
         self.guest.shell(f"kill -{name} {process}")
@@ -69,10 +70,18 @@ class Service:
         self.guest.run("journalctl", "--sync")
         return self.guest.run("journalctl", "--quiet", "--no-pager", "--boot", "--output=cat", *options)
 
+    def said(self, *options):
+        """
+        What the service itself has logged. The journal may not learn any more which unit a process
+        belonged to that ends with its line; of whom the line is, the line says.
+        """
+        return self.log(BY_THE_SERVICE, *options)
+
     def entries(self, *options):
         """The same as dictionaries of their fields."""
         self.guest.run("journalctl", "--sync")
-        text = self.guest.run("journalctl", "--quiet", "--no-pager", "--boot", "--output=json", *options)
+        text = self.guest.run("journalctl", "--quiet", "--no-pager", "--boot", "--output=json",
+                              BY_THE_SERVICE, *options)
         return [json.loads(line) for line in text.splitlines()]
 
     # the configuration

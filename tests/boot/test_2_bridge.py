@@ -63,7 +63,7 @@ def test_the_password_of_the_broker_is_read_from_a_closed_file(guest, unconfigur
                 " && printf 'allow_anonymous false\\npassword_file /etc/mosquitto/passwords\\n'"
                 " >/etc/mosquitto/conf.d/passwords.conf && systemctl restart mosquitto")
     unconfigured.set_items("guarded")
-    wait_until(lambda: "connected to" in unconfigured.log("--unit=tovrel.service", "--priority=info"),
+    wait_until(lambda: "connected to" in unconfigured.said("--priority=info"),
                "the service is connected")
     guest.run("rm", "/etc/norq/mqtt.conf", "/etc/mosquitto/conf.d/passwords.conf")
     guest.run("systemctl", "restart", "mosquitto")

@@ -27,8 +27,7 @@ def configure_while_ending(service, topic_filter):
     service.signal_process("CONT", ending)
     assert caller.communicate(timeout=END_SECONDS)[0] == "0\n", "the change was accepted"
     wait_until(lambda: service.main_pid() != ending, "the service has ended")
-    log = service.log(f"--unit={UNIT}", f"_PID={ending}")
-    assert "Name released - quitting main loop" in log
+    assert "Name released - quitting main loop" in service.said(f"_PID={ending}")
     return ending
 
 
@@ -131,7 +130,7 @@ def test_a_service_without_an_mqtt_client_is_started_once_more_and_left_alone(gu
     assert (lame.show("Result"), lame.show("ExecMainStatus"), lame.show("NRestarts")) == (
         "success", "0", "0")
     assert lame.starts() == starts + 2
-    assert lame.log(f"--unit={UNIT}", "--priority=err").count("Failed to init: ") == 2
+    assert lame.said("--priority=err").count("Failed to init: ") == 2
 
     heal(guest)
     assert lame.items() == ["a/b"], "the next call finds it well"
@@ -145,7 +144,7 @@ def test_bad_settings_of_the_mqtt_client_are_told_and_do_not_end_the_service(gue
         starts = unconfigured.starts()
         unconfigured.set_items("a/b")
         process = unconfigured.main_pid()
-        warnings = unconfigured.log(f"--unit={UNIT}", f"_PID={process}", "--priority=warning")
+        warnings = unconfigured.said(f"_PID={process}", "--priority=warning")
         assert "/etc/norq/mqtt.conf" in warnings
         assert unconfigured.state() == "active"
         assert unconfigured.starts() == starts + 1
