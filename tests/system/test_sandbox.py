@@ -346,3 +346,11 @@ def test_can_be_reached_from_outside_while_it_runs(mark):
                    check=True)
     sandbox.communicate("done\n", timeout=30)
     assert_all_gone(mark)
+
+
+def test_a_broker_that_logs_a_lot_as_soon_as_it_runs_is_ready(tmp_path):
+    (tmp_path / "broker.log").write_text(
+        "1: mosquitto version 2 running\n" + "1: Received PUBLISH\n" * 100_000, encoding="ascii")
+    check = 'set -euo pipefail; . "$1"; broker_log_lines=0; broker_listens'
+    subprocess.run(["bash", "-c", check, "bash", str(ROOT / "scripts/lib/sandbox-services.sh")],
+                   env=os.environ | {"SANDBOX_LOG_DIR": str(tmp_path)}, check=True, timeout=60)
