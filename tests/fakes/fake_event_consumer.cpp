@@ -298,14 +298,18 @@ int event_consumer_subscribe(event_consumer_t *consumer, const subscribe_express
     runHook();
     FakeSubscription made{-1, expression == nullptr ? "" : expression->text(), callback, user_data};
     const bool refused = expression == nullptr || isToFail("event_consumer_subscribe");
-    if (!refused) {
+    {
+        // In one: whoever sees the subscription finds the call recorded, and the other way round.
         const std::lock_guard lock(state().mutex);
-        made.id = state().nextId++;
-        ++state().subscribeCount;
-        state().subscriptions[made.id] = {made, consumer};
-    }
-    if (isRecording()) {
-        recordCall("event_consumer_subscribe " + std::to_string(made.id) + " " + made.conditions);
+        if (!refused) {
+            made.id = state().nextId++;
+            ++state().subscribeCount;
+            state().subscriptions[made.id] = {made, consumer};
+        }
+        if (isRecording()) {
+            recordCall("event_consumer_subscribe " + std::to_string(made.id) + " " +
+                       made.conditions);
+        }
     }
     if (!refused) {
         for (const auto &value : keptValuesFor(made)) {
