@@ -31,6 +31,20 @@ void require(int code, const char *what)
     }
 }
 
+/** An end of the connection that leaves the other one no choice of the family. */
+const char *anyAddressOf(Addresses addresses)
+{
+    switch (addresses) {
+    case Addresses::IPV4:
+        return "0.0.0.0";
+    case Addresses::IPV6:
+        return "::";
+    case Addresses::ALL:
+        break;
+    }
+    return nullptr;
+}
+
 } // namespace
 
 /** Callbacks as C sees them: nothing is thrown through libmosquitto, and errno is left alone. */
@@ -166,7 +180,7 @@ int BrokerLink::prepareTls()
     return code;
 }
 
-int BrokerLink::connect(bool onlyIpv4)
+int BrokerLink::connect(Addresses addresses)
 {
     libraryError.clear();
     if (const int code = prepareTls(); code != MOSQ_ERR_SUCCESS) {
@@ -175,7 +189,7 @@ int BrokerLink::connect(bool onlyIpv4)
     mosquitto_log_callback_set(client.get(), Callbacks::logged);
     const int code =
         mosquitto_connect_bind_async(client.get(), settings.host.c_str(), settings.port,
-                                     settings.keepalive, onlyIpv4 ? "0.0.0.0" : nullptr);
+                                     settings.keepalive, anyAddressOf(addresses));
     return code == MOSQ_ERR_CONN_PENDING ? MOSQ_ERR_SUCCESS : code;
 }
 
@@ -206,6 +220,14 @@ FileDescriptor BrokerLink::duplicate() const
 int BrokerLink::fd() const
 {
     return mosquitto_socket(client.get());
+}
+
+bool BrokerLink::isOverIpv6() const
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    return getsockname(fd(), reinterpret_cast<sockaddr *>(&address), &size) == 0 &&
+           address.ss_family == AF_INET6;
 }
 
 bool BrokerLink::wantsWrite() const

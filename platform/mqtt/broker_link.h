@@ -35,6 +35,9 @@ public:
     virtual void onMessage(const mosquitto_message &message) = 0;
 };
 
+/** Which of the broker's addresses are tried. */
+enum class Addresses { ALL, IPV4, IPV6 };
+
 /**
  * One client of libmosquitto, never shared: created, used and destroyed on one thread. Results are
  * libmosquitto's codes. Nothing is written to the socket but by write(), so callbacks never nest.
@@ -59,9 +62,11 @@ public:
     /**
      * Starts connecting, also after a loss. May block for the lookup of the broker's name.
      *
-     * @param onlyIpv4 leaves out the broker's IPv6 addresses
+     * libmosquitto tries the first address that does not fail at once, and no other.
+     *
+     * @param addresses after IPV4 or IPV6, ALL counts as the same: libmosquitto cannot take it back
      */
-    int connect(bool onlyIpv4);
+    int connect(Addresses addresses);
     /** The connection is established: reasons for a failure to connect are of no use any more. */
     void connected();
     /** Gives the connection up without a word to the broker. */
@@ -74,6 +79,8 @@ public:
 
     /** Descriptor to poll, -1 when there is no connection. */
     [[nodiscard]] int fd() const;
+    /** Whether the connection, or the attempt at one, goes to an IPv6 address. */
+    [[nodiscard]] bool isOverIpv6() const;
     [[nodiscard]] bool wantsWrite() const;
     /** Whether the connection has ended and nothing is left to be read. If so sets errno, 0 for an
      * unknown reason. */

@@ -137,15 +137,12 @@ void Connection::beginAttempt(BrokerLink &link)
     accepted = false;
     refusal.clear();
     moreToRead = false;
-    // Only the first address that does not fail at once is tried: if it never answered, the next
-    // attempt goes without the IPv6 addresses.
-    onlyIpv4 = timedOut && !onlyIpv4;
-    timedOut = false;
     const auto limit = std::min(CONNECT_TIME, std::chrono::seconds(parts.settings.keepalive));
     errno = 0;
     lookingUp = true;
-    const int code = link.connect(onlyIpv4);
+    const int code = link.connect(addresses);
     const int reason = errno;
+    overIpv6 = link.isOverIpv6();
     lookingUp = false;
     if (stopRequested) {
         return; // perhaps long ago: nobody wants to know any more
@@ -320,7 +317,6 @@ void Connection::watchTime(BrokerLink &link)
     const TimePoint time = now();
     if (phase == Phase::CONNECTING && time >= deadline) {
         fail(link, "no answer from the broker");
-        timedOut = true;
     }
     if (phase != Phase::CONNECTED) {
         return;
@@ -370,8 +366,25 @@ void Connection::fail(BrokerLink &link, const std::string &reason)
     }
     link.abandon();
     delivery.connectionLost();
+    const bool atOnce = chooseAddresses();
     phase = Phase::WAITING;
-    deadline = now() + backOff.next();
+    deadline = atOnce ? now() : now() + backOff.next();
+}
+
+bool Connection::chooseAddresses()
+{
+    if (phase == Phase::CONNECTED || !refusal.empty()) {
+        return false; // the broker is there, or was
+    }
+    if (addresses == Addresses::IPV4) {
+        addresses = Addresses::IPV6;
+        return false;
+    }
+    if (addresses == Addresses::IPV6 || overIpv6) {
+        addresses = Addresses::IPV4;
+        return true;
+    }
+    return false;
 }
 
 void Connection::leave(BrokerLink &link)

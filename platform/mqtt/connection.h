@@ -103,6 +103,8 @@ private:
     bool check(BrokerLink &link, int code);
     [[nodiscard]] std::string reasonOf(const BrokerLink &link, int code) const;
     void fail(BrokerLink &link, const std::string &reason);
+    /** Chooses the addresses of the next attempt; true to make it at once. */
+    bool chooseAddresses();
     void leave(BrokerLink &link);
     static TimePoint now();
 
@@ -132,8 +134,8 @@ private:
     bool receivesQos2 = false; // since the link began anew
     bool reading = true;
     bool moreToRead = false;
-    bool timedOut = false;
-    bool onlyIpv4 = false;
+    bool overIpv6 = false; // the present attempt
+    Addresses addresses = Addresses::ALL;
 };
 
 } // namespace norq::mqtt

@@ -1,4 +1,5 @@
 #include "platform/mqtt/fixture.h"
+#include "platform/mqtt/name_lookup.h"
 
 #include <algorithm>
 #include <fstream>
@@ -38,6 +39,32 @@ TEST_F(MqttConnectionTest, ConnectsWhenTheBrokerComesLater)
     broker.start();
     EXPECT_TRUE(connected());
     EXPECT_EQ(log.count(G_LOG_LEVEL_WARNING, "cannot connect"), 1);
+}
+
+TEST_F(MqttConnectionTest, FindsABrokerThatDoesNotListenOnTheFirstAddressOfItsName)
+{
+    Broker broker;
+    configure(broker.port(), std::string("host=") + DUAL_NAME);
+    TestClient client;
+    client.init();
+    ASSERT_TRUE(connected());
+    broker.kill();
+    broker.start();
+    EXPECT_TRUE(connected(2));
+}
+
+TEST_F(MqttConnectionTest, LeavesIpv6AddressesOutInEverySecondAttemptAtMost)
+{
+    // An end of the connection that leaves only addresses of IPv4 to the other one.
+    constexpr const char *ANY_IPV4 = "0.0.0.0";
+    configure(freePort(), std::string("host=") + DUAL_NAME);
+    const int before = timesLookedUp(DUAL_NAME);
+    const int leftOutBefore = timesLookedUp(ANY_IPV4);
+    TestClient client;
+    client.init();
+    ASSERT_TRUE(waitUntil([&] { return timesLookedUp(DUAL_NAME) - before >= 4; }));
+    const int leftOut = timesLookedUp(ANY_IPV4) - leftOutBefore;
+    EXPECT_LE(leftOut * 2, timesLookedUp(DUAL_NAME) - before);
 }
 
 TEST_F(MqttConnectionTest, SubscribesAgainAfterTheBrokerWasKilled)
